@@ -1,0 +1,24 @@
+#!/bin/sh
+# Runs a Windows program under Wine, headless, in a prefix private to the build
+# tree (created on first use). CINEBAR_WINEPREFIX overrides the prefix.
+set -e
+prefix="${CINEBAR_WINEPREFIX:-${WINEPREFIX:-}}"
+if [ -z "$prefix" ]; then
+  prefix="$(cd "$(dirname "$1")" && pwd)"
+  while [ "$prefix" != "/" ] && [ ! -f "$prefix/CMakeCache.txt" ]; do prefix="$(dirname "$prefix")"; done
+  prefix="$prefix/wineprefix"
+fi
+export WINEPREFIX="$prefix"
+export WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml="
+unset DISPLAY
+wine=/usr/lib/wine/wine64
+[ -x "$wine" ] || wine="$(command -v wine64 || command -v wine)"
+if [ ! -f "$WINEPREFIX/system.reg" ]; then
+  mkdir -p "$WINEPREFIX"
+  "$wine" wineboot --init >/dev/null 2>&1 || true
+  wineserver_bin=/usr/lib/wine/wineserver64
+  [ -x "$wineserver_bin" ] || wineserver_bin="$(command -v wineserver || true)"
+  [ -n "$wineserver_bin" ] && WINEPREFIX="$WINEPREFIX" "$wineserver_bin" -w || true
+fi
+exec "$wine" "$@"
