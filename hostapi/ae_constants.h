@@ -107,7 +107,8 @@ enum : A_AppID {
 };
 
 // The host's version packing: version, subversion, bug-fix, stage, build.
-constexpr A_u_long PF_VERSION(A_u_long vers, A_u_long subvers, A_u_long bugvers, A_u_long stage, A_u_long build) {
+constexpr A_u_long PF_VERSION(A_u_long vers, A_u_long subvers, A_u_long bugvers, A_u_long stage,
+                              A_u_long build) {
   return ((vers & 0x7u) << 19) | ((subvers & 0xFu) << 15) | ((bugvers & 0xFu) << 11) | ((stage & 0x3u) << 9) |
          (build & 0x1FFu);
 }

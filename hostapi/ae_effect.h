@@ -46,7 +46,7 @@ typedef A_long PF_CustomEventFlags;
 typedef A_long PF_UIAlignment;
 
 typedef struct PF_ProgressInfo* PF_ProgPtr;  // opaque to the effect
-typedef void** PF_Handle;                     // pointer to a master pointer
+typedef void** PF_Handle;                    // pointer to a master pointer
 typedef struct PF_ContextOpaque* PF_ContextH;
 
 typedef struct PF_Pixel {
@@ -145,15 +145,33 @@ typedef struct PF_ColorDef {
 } PF_ColorDef;
 
 // Parameter kinds this effect never defines: only their sizes matter here.
-typedef struct PF_SliderDef { A_long opaque[22]; } PF_SliderDef;
-typedef struct PF_FixedSliderDef { A_long opaque[23]; } PF_FixedSliderDef;
-typedef struct PF_AngleDef { A_long opaque[4]; } PF_AngleDef;
-typedef struct PF_CheckBoxDef { void* opaque[2]; } PF_CheckBoxDef;
-typedef struct PF_PointDef { A_long opaque[5]; } PF_PointDef;
-typedef struct PF_ArbitraryDef { void* opaque[4]; } PF_ArbitraryDef;
-typedef struct PF_PathDef { A_long opaque[3]; } PF_PathDef;
-typedef struct PF_ButtonDef { void* opaque[2]; } PF_ButtonDef;
-typedef struct PF_Point3DDef { PF_FpLong opaque[8]; } PF_Point3DDef;
+typedef struct PF_SliderDef {
+  A_long opaque[22];
+} PF_SliderDef;
+typedef struct PF_FixedSliderDef {
+  A_long opaque[23];
+} PF_FixedSliderDef;
+typedef struct PF_AngleDef {
+  A_long opaque[4];
+} PF_AngleDef;
+typedef struct PF_CheckBoxDef {
+  void* opaque[2];
+} PF_CheckBoxDef;
+typedef struct PF_PointDef {
+  A_long opaque[5];
+} PF_PointDef;
+typedef struct PF_ArbitraryDef {
+  void* opaque[4];
+} PF_ArbitraryDef;
+typedef struct PF_PathDef {
+  A_long opaque[3];
+} PF_PathDef;
+typedef struct PF_ButtonDef {
+  void* opaque[2];
+} PF_ButtonDef;
+typedef struct PF_Point3DDef {
+  PF_FpLong opaque[8];
+} PF_Point3DDef;
 
 typedef union PF_ParamDefUnion {
   PF_LayerDef ld;
@@ -215,8 +233,12 @@ typedef struct PF_EffectWindowInfo {
 
 // The per-event payload and the event callbacks belong to the branding
 // library; the effect only passes them through.
-typedef union PF_EventUnion { void* opaque[8]; } PF_EventUnion;
-typedef struct PF_EventCallbacks { void* opaque[9]; } PF_EventCallbacks;
+typedef union PF_EventUnion {
+  void* opaque[8];
+} PF_EventUnion;
+typedef struct PF_EventCallbacks {
+  void* opaque[9];
+} PF_EventCallbacks;
 
 typedef struct PF_EventExtra {
   PF_ContextH contextH;
@@ -264,7 +286,9 @@ typedef struct PF_ANSICallbacks {
   A_long unused_longA[1];
 } PF_ANSICallbacks;
 
-typedef struct PF_ColorCallbacks { PF_UnusedFn opaque[8]; } PF_ColorCallbacks;
+typedef struct PF_ColorCallbacks {
+  PF_UnusedFn opaque[8];
+} PF_ColorCallbacks;
 
 typedef PF_Handle (*PF_NewHandleFn)(A_HandleSize size);
 typedef void* (*PF_LockHandleFn)(PF_Handle h);
@@ -346,7 +370,8 @@ typedef struct PF_WorldTransformSuite1 {
   PF_UnusedFn composite_rect;
   PF_UnusedFn blend;
   PF_UnusedFn convolve;
-  PF_Err (*copy)(PF_ProgPtr effect_ref, PF_LayerDef* src, PF_LayerDef* dst, PF_Rect* src_rect, PF_Rect* dst_rect);
+  PF_Err (*copy)(PF_ProgPtr effect_ref, PF_LayerDef* src, PF_LayerDef* dst, PF_Rect* src_rect,
+                 PF_Rect* dst_rect);
   PF_UnusedFn copy_hq;
   PF_UnusedFn transfer_rect;
   PF_UnusedFn transform_world;

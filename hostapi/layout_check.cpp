@@ -5,10 +5,12 @@
 
 #include "hostapi/ae_effect.h"
 
-#define CINEBAR_CHECK_FIELD(record, field, offset, size)                                   \
+#define CINEBAR_CHECK_FIELD(record, field, offset, size)                                            \
   static_assert(offsetof(record, field) == (offset), #record "." #field " is at the wrong offset"); \
-  static_assert(sizeof(static_cast<record*>(nullptr)->field) == (size), #record "." #field " has the wrong size")
-#define CINEBAR_CHECK_RECORD(record, size) static_assert(sizeof(record) == (size), #record " has the wrong size")
+  static_assert(sizeof(static_cast<record*>(nullptr)->field) == (size),                             \
+                #record "." #field " has the wrong size")
+#define CINEBAR_CHECK_RECORD(record, size) \
+  static_assert(sizeof(record) == (size), #record " has the wrong size")
 
 #include "ae_layout_asserts.inc"
 

@@ -1,5 +1,5 @@
-#include <windows.h>
 #include <shlobj.h>
+#include <windows.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -12,7 +12,9 @@ long GetCommonAppDataFolder(char* path) {
   return static_cast<long>(SHGetFolderPathA(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, path));
 }
 
-LibraryHandle LoadLibraryFile(const char* path) { return reinterpret_cast<LibraryHandle>(LoadLibraryA(path)); }
+LibraryHandle LoadLibraryFile(const char* path) {
+  return reinterpret_cast<LibraryHandle>(LoadLibraryA(path));
+}
 
 ExportAddress FindExport(LibraryHandle library, const char* name) {
   return reinterpret_cast<ExportAddress>(GetProcAddress(static_cast<HMODULE>(library), name));

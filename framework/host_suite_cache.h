@@ -1,0 +1,41 @@
+// HostSuiteCache: borrows host suites for the span of one handler. Each suite
+// is fetched from the broker on first use, the same pointer is handed out for
+// the rest of the call, and everything fetched is given back when the cache
+// is destroyed, also while an exception passes.
+#pragma once
+
+#include "hostapi/ae_effect.h"
+
+class HostSuiteCache {
+ public:
+  static constexpr int kSlotCount = 117;
+  static constexpr int kReleasedPairCount = 114;
+
+  struct SuitePair {
+    const char* name;
+    int32_t version;
+  };
+  // The pairs the cache knows, in the order release visits them. Slot i holds
+  // pair i; the last three slots are never filled and never released.
+  static const SuitePair* const kPairs;  // kSlotCount entries
+
+  explicit HostSuiteCache(SPBasicSuite* broker);
+  ~HostSuiteCache();
+  HostSuiteCache(const HostSuiteCache&) = delete;
+  HostSuiteCache& operator=(const HostSuiteCache&) = delete;
+
+  PF_FillMatteSuite2* FillMatteSuite2();
+  PF_WorldTransformSuite1* WorldTransformSuite1();
+  PF_HandleSuite1* HandleSuite2();  // "PF Handle Suite" 2 has the version-1 table layout
+  PF_ParamUtilsSuite3* ParamUtilsSuite3();
+
+  // Reached whenever a fetch fails or a null broker is given. It deliberately
+  // does nothing: callers decide what a missing suite means for them.
+  static void MissingSuite(HostSuiteCache& cache);
+
+ private:
+  void* Fetch(int slot);
+
+  SPBasicSuite* broker_;
+  void* slots_[kSlotCount];
+};

@@ -1,0 +1,231 @@
+// The picture rectangle: the worked table, then properties over many
+// generated cases against an independent model that computes each step in
+// double precision and rounds it to single precision (exact for + - * /).
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <random>
+
+#include "effect/render.h"
+
+namespace {
+
+PF_RationalScale Scale(A_long num, A_u_long den) { return PF_RationalScale{num, den}; }
+
+struct WorkedCase {
+  A_long width, height;
+  PF_RationalScale ds_x, ds_y, par;
+  float ratio;
+  PF_Rect expected;
+};
+
+const WorkedCase kWorked[] = {
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 131, 1920, 948}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 2.76f, {0, 192, 1920, 887}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.85f, {0, 21, 1920, 1058}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 16.0f / 9.0f, {0, 0, 1920, 1080}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.66f, {64, 0, 1856, 1080}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 4.0f / 3.0f, {240, 0, 1680, 1080}},
+    {1920, 1081, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 132, 1920, 949}},
+    {960, 540, {1, 2}, {1, 2}, {1, 1}, 2.35f, {0, 66, 960, 474}},
+    {640, 360, {1, 3}, {1, 3}, {1, 1}, 2.35f, {0, 44, 640, 316}},
+    {480, 270, {1, 4}, {1, 4}, {1, 1}, 2.35f, {0, 33, 480, 237}},
+    {1920, 540, {1, 1}, {1, 2}, {1, 1}, 2.35f, {0, 66, 1920, 474}},
+    {1920, 540, {1, 1}, {1, 2}, {1, 1}, 16.0f / 9.0f, {0, 0, 1920, 540}},
+    {720, 480, {1, 1}, {1, 1}, {10, 11}, 4.0f / 3.0f, {8, 0, 712, 480}},
+    {720, 480, {1, 1}, {1, 1}, {9, 10}, 4.0f / 3.0f, {4, 0, 715, 480}},
+    {720, 480, {1, 1}, {1, 1}, {40, 33}, 16.0f / 9.0f, {8, 0, 712, 480}},
+    {720, 480, {1, 1}, {1, 1}, {40, 33}, 2.35f, {0, 54, 720, 425}},
+    {720, 480, {1, 1}, {1, 1}, {121, 100}, 2.35f, {0, 55, 720, 425}},
+    {1440, 1080, {1, 1}, {1, 1}, {4, 3}, 16.0f / 9.0f, {0, 0, 1440, 1080}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.778f, {0, 0, 1920, 1079}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.777f, {0, 0, 1919, 1080}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 12.0f, {0, 460, 1920, 620}},
+    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 0.0f, {960, 0, 960, 1080}},
+    // Degenerate worlds: height 0 pillarboxes, 0×0 letterboxes, both empty.
+    {1920, 0, {1, 1}, {1, 1}, {1, 1}, 2.35f, {960, 0, 960, 0}},
+    {0, 0, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 0, 0, 0}},
+};
+
+void ExpectRect(const PF_Rect& expected, const PF_Rect& actual) {
+  EXPECT_EQ(expected.left, actual.left);
+  EXPECT_EQ(expected.top, actual.top);
+  EXPECT_EQ(expected.right, actual.right);
+  EXPECT_EQ(expected.bottom, actual.bottom);
+}
+
+TEST(PictureRect, WorkedTable) {
+  for (const WorkedCase& c : kWorked) {
+    SCOPED_TRACE(::testing::Message() << c.width << "x" << c.height << " ratio " << c.ratio << " ds "
+                                      << c.ds_x.num << "/" << c.ds_x.den << "," << c.ds_y.num << "/"
+                                      << c.ds_y.den << " par " << c.par.num << "/" << c.par.den);
+    ExpectRect(c.expected, ComputePictureRect(c.width, c.height, c.ratio, c.ds_x, c.ds_y, c.par));
+  }
+}
+
+// ---- the independent model ----------------------------------------------------
+
+float ToSingle(double exact) {
+  if (std::isnan(exact)) return NAN;
+  const double limit = static_cast<double>(FLT_MAX) + std::ldexp(1.0, 103);
+  if (exact >= limit) return INFINITY;
+  if (exact <= -limit) return -INFINITY;
+  if (std::fabs(exact) > static_cast<double>(FLT_MAX))
+    return std::copysign(FLT_MAX, static_cast<float>(exact > 0 ? 1 : -1));
+  return static_cast<float>(exact);
+}
+float Mul(float a, float b) { return ToSingle(static_cast<double>(a) * static_cast<double>(b)); }
+float Div(float a, float b) {
+  if (b == 0.0f || std::isinf(a) || std::isinf(b) || std::isnan(a) || std::isnan(b)) return a / b;
+  return ToSingle(static_cast<double>(a) / static_cast<double>(b));
+}
+int64_t Truncated(float value) {
+  const double t = std::trunc(static_cast<double>(value));
+  if (std::isnan(t) || t < -2147483648.0 || t > 2147483647.0) return INT32_MIN;
+  return static_cast<int64_t>(t);
+}
+int64_t Low16(int64_t value) {
+  int64_t low = ((value % 65536) + 65536) % 65536;
+  return low >= 32768 ? low - 65536 : low;
+}
+int64_t Wrap32(int64_t value) {
+  int64_t low = ((value % 4294967296LL) + 4294967296LL) % 4294967296LL;
+  return low >= 2147483648LL ? low - 4294967296LL : low;
+}
+
+PF_Rect ModelRect(A_long width, A_long height, float ratio, PF_RationalScale dx, PF_RationalScale dy,
+                  PF_RationalScale par) {
+  const uint64_t p1 = (static_cast<uint64_t>(static_cast<uint32_t>(dx.num)) * dy.den) % 4294967296ULL;
+  const uint64_t p2 = (static_cast<uint64_t>(dx.den) * static_cast<uint32_t>(dy.num)) % 4294967296ULL;
+  const float d = Div(ToSingle(static_cast<double>(p1)), ToSingle(static_cast<double>(p2)));
+  const float t =
+      Div(Mul(ratio, ToSingle(static_cast<double>(par.den))), ToSingle(static_cast<double>(par.num)));
+  const float r = Div(Div(ToSingle(width), ToSingle(height)), d);
+  int64_t left = 0, top = 0, right, bottom;
+  if (r > t) {
+    const int64_t w = Low16(Truncated(Mul(Mul(d, ToSingle(height)), t)));
+    left = Low16(Wrap32(width - w) / 2);
+    right = left + w;
+    bottom = Low16(height);
+  } else {
+    const int64_t h = Low16(Truncated(Div(Div(ToSingle(width), t), d)));
+    top = Low16(Wrap32(height - h) / 2);
+    right = Low16(width);
+    bottom = top + h;
+  }
+  return PF_Rect{static_cast<A_long>(left), static_cast<A_long>(top), static_cast<A_long>(right),
+                 static_cast<A_long>(bottom)};
+}
+
+float RandomRatio(std::mt19937& rng) {
+  static const float kSpecial[] = {0.0f,         -0.0f,       -1.5f,  NAN,   INFINITY, -INFINITY,
+                                   FLT_MAX,      FLT_MIN,     1e-30f, 12.0f, 2.35f,    1.85f,
+                                   16.0f / 9.0f, 4.0f / 3.0f, 2.76f,  1.66f, 1e30f};
+  std::uniform_int_distribution<int> pick(0, 3);
+  if (pick(rng) == 0) return kSpecial[std::uniform_int_distribution<size_t>(0, std::size(kSpecial) - 1)(rng)];
+  return std::uniform_real_distribution<float>(0.0f, 12.0f)(rng);
+}
+
+A_long RandomExtent(std::mt19937& rng) {
+  static const A_long kSpecial[] = {0, 1, 2, 32767, 32768, 65535, 65536, INT32_MAX, INT32_MIN, -1, -32768};
+  if (std::uniform_int_distribution<int>(0, 4)(rng) == 0) {
+    return kSpecial[std::uniform_int_distribution<size_t>(0, std::size(kSpecial) - 1)(rng)];
+  }
+  return std::uniform_int_distribution<A_long>(0, 8192)(rng);
+}
+
+PF_RationalScale RandomScale(std::mt19937& rng) {
+  if (std::uniform_int_distribution<int>(0, 5)(rng) == 0) {
+    return Scale(std::uniform_int_distribution<A_long>(INT32_MIN, INT32_MAX)(rng),
+                 std::uniform_int_distribution<A_u_long>(0, UINT32_MAX)(rng));
+  }
+  return Scale(std::uniform_int_distribution<A_long>(1, 4)(rng),
+               std::uniform_int_distribution<A_u_long>(1, 4)(rng));
+}
+
+TEST(PictureRect, MatchesSinglePrecisionModelOverGeneratedInputs) {
+  std::mt19937 rng(20261121);
+  for (int i = 0; i < 200000; ++i) {
+    const A_long width = RandomExtent(rng), height = RandomExtent(rng);
+    const float ratio = RandomRatio(rng);
+    const PF_RationalScale dx = RandomScale(rng), dy = RandomScale(rng), par = RandomScale(rng);
+    const PF_Rect expected = ModelRect(width, height, ratio, dx, dy, par);
+    const PF_Rect actual = ComputePictureRect(width, height, ratio, dx, dy, par);
+    if (std::memcmp(&expected, &actual, sizeof expected) != 0) {
+      ADD_FAILURE() << "case " << i << ": " << width << "x" << height << " ratio " << ratio << " ds "
+                    << dx.num << "/" << dx.den << "," << dy.num << "/" << dy.den << " par " << par.num << "/"
+                    << par.den;
+      ExpectRect(expected, actual);
+      return;
+    }
+  }
+}
+
+TEST(PictureRect, StaysCentredWithTheOddPixelBottomOrRight) {
+  std::mt19937 rng(7);
+  for (int i = 0; i < 50000; ++i) {
+    const A_long width = std::uniform_int_distribution<A_long>(1, 8000)(rng);
+    const A_long height = std::uniform_int_distribution<A_long>(1, 8000)(rng);
+    const float ratio = std::uniform_real_distribution<float>(0.05f, 12.0f)(rng);
+    const PF_Rect r = ComputePictureRect(width, height, ratio, Scale(1, 1), Scale(1, 1), Scale(1, 1));
+    SCOPED_TRACE(::testing::Message() << width << "x" << height << " ratio " << ratio);
+    ASSERT_LE(0, r.left);
+    ASSERT_LE(0, r.top);
+    ASSERT_LE(r.right, width);
+    ASSERT_LE(r.bottom, height);
+    const A_long bar_left = r.left, bar_right = width - r.right;
+    const A_long bar_top = r.top, bar_bottom = height - r.bottom;
+    ASSERT_TRUE(bar_right == bar_left || bar_right == bar_left + 1);
+    ASSERT_TRUE(bar_bottom == bar_top || bar_bottom == bar_top + 1);
+    ASSERT_TRUE(r.left == 0 || r.top == 0) << "bars on one axis only";
+  }
+}
+
+TEST(PictureRect, PreviewsMatchFullResolutionScaledDown) {
+  std::mt19937 rng(11);
+  for (int i = 0; i < 20000; ++i) {
+    // Frame sizes that divide evenly, as composition sizes at preview resolutions do.
+    const A_long width = 12 * std::uniform_int_distribution<A_long>(8, 700)(rng);
+    const A_long height = 12 * std::uniform_int_distribution<A_long>(8, 700)(rng);
+    const float ratio = std::uniform_real_distribution<float>(0.5f, 4.0f)(rng);
+    const PF_Rect full = ComputePictureRect(width, height, ratio, Scale(1, 1), Scale(1, 1), Scale(1, 1));
+    for (A_u_long factor : {2u, 3u, 4u}) {
+      const A_long w = width / static_cast<A_long>(factor), h = height / static_cast<A_long>(factor);
+      const PF_Rect preview =
+          ComputePictureRect(w, h, ratio, Scale(1, factor), Scale(1, factor), Scale(1, 1));
+      SCOPED_TRACE(::testing::Message()
+                   << width << "x" << height << " ratio " << ratio << " at 1/" << factor);
+      // Within the truncation of the extent and of its half.
+      const double f = factor;
+      ASSERT_NEAR(full.left / f, preview.left, 1.5);
+      ASSERT_NEAR(full.top / f, preview.top, 1.5);
+      ASSERT_NEAR(full.right / f, preview.right, 1.5);
+      ASSERT_NEAR(full.bottom / f, preview.bottom, 1.5);
+    }
+  }
+}
+
+TEST(Pixel8To16, ScalesByOneHundredTwentyEight) {
+  const struct {
+    A_u_char in;
+    A_u_short out;
+  } kCases[] = {{0, 0}, {1, 128}, {128, 16384}, {255, 32640}};
+  for (const auto& c : kCases) {
+    const PF_Pixel16 p = Pixel8To16(PF_Pixel{c.in, c.in, c.in, c.in});
+    EXPECT_EQ(c.out, p.alpha);
+    EXPECT_EQ(c.out, p.red);
+    EXPECT_EQ(c.out, p.green);
+    EXPECT_EQ(c.out, p.blue);
+  }
+  const PF_Pixel16 mixed = Pixel8To16(PF_Pixel{255, 1, 128, 0});
+  EXPECT_EQ(32640, mixed.alpha);
+  EXPECT_EQ(128, mixed.red);
+  EXPECT_EQ(16384, mixed.green);
+  EXPECT_EQ(0, mixed.blue);
+}
+
+}  // namespace
