@@ -1,0 +1,119 @@
+#include "host/handles.h"
+
+#include <stdexcept>
+
+namespace cinebar_simhost {
+
+HandleStore::~HandleStore() = default;
+
+void HandleStore::Point(Block& block) {
+  // A zero-size block still gets a distinct, valid address.
+  if (block.bytes.capacity() == 0) block.bytes.reserve(1);
+  block.master = block.bytes.data();
+}
+
+const HandleStore::Block* HandleStore::Find(PF_Handle handle) const {
+  const auto it = blocks_.find(handle);
+  return it == blocks_.end() ? nullptr : it->second.get();
+}
+
+HandleStore::Block* HandleStore::Find(PF_Handle handle) {
+  const auto it = blocks_.find(handle);
+  return it == blocks_.end() ? nullptr : it->second.get();
+}
+
+PF_Handle HandleStore::New(A_HandleSize size) {
+  if (size > kMaxHandleSize) return nullptr;
+  auto block = std::make_unique<Block>();
+  block->bytes.assign(static_cast<std::size_t>(size), kFreshHandleByte);
+  Point(*block);
+  PF_Handle handle = &block->master;
+  blocks_.emplace(handle, std::move(block));
+  return handle;
+}
+
+namespace {
+std::string Unknown(const char* what, PF_Handle handle) {
+  return std::string(what) + " of " + (handle ? "an unknown handle" : "a null handle");
+}
+}  // namespace
+
+std::string HandleStore::Lock(PF_Handle handle, void** block) {
+  *block = nullptr;
+  Block* b = Find(handle);
+  if (b == nullptr) return Unknown("lock", handle);
+  ++b->locks;
+  *block = b->master;
+  return {};
+}
+
+std::string HandleStore::Unlock(PF_Handle handle) {
+  Block* b = Find(handle);
+  if (b == nullptr) return Unknown("unlock", handle);
+  if (b->locks == 0) return "unlock of a handle that is not locked";
+  --b->locks;
+  return {};
+}
+
+std::string HandleStore::Dispose(PF_Handle handle) {
+  if (Find(handle) == nullptr) return Unknown("dispose", handle);
+  blocks_.erase(handle);
+  return {};
+}
+
+std::string HandleStore::Size(PF_Handle handle, A_HandleSize* size) const {
+  *size = 0;
+  const Block* b = Find(handle);
+  if (b == nullptr) return Unknown("size query", handle);
+  *size = b->bytes.size();
+  return {};
+}
+
+std::string HandleStore::Resize(PF_Handle handle, A_HandleSize size) {
+  Block* b = Find(handle);
+  if (b == nullptr) return Unknown("resize", handle);
+  if (size > kMaxHandleSize) return "resize beyond the host's largest block";
+  if (b->locks > 0) return "resize of a locked handle";
+  b->bytes.resize(static_cast<std::size_t>(size), kFreshHandleByte);
+  Point(*b);
+  return {};
+}
+
+A_HandleSize HandleStore::LiveBytes() const {
+  A_HandleSize total = 0;
+  for (const auto& entry : blocks_) total += entry.second->bytes.size();
+  return total;
+}
+
+int HandleStore::LockCount(PF_Handle handle) const {
+  const Block* b = Find(handle);
+  return b ? b->locks : -1;
+}
+
+std::vector<PF_Handle> HandleStore::Live() const {
+  std::vector<PF_Handle> live;
+  for (const auto& entry : blocks_) live.push_back(entry.first);
+  return live;
+}
+
+std::vector<std::uint8_t> HandleStore::Bytes(PF_Handle handle) const {
+  const Block* b = Find(handle);
+  if (b == nullptr) throw std::invalid_argument("HandleStore::Bytes: " + Unknown("read", handle));
+  return b->bytes;
+}
+
+void HandleStore::SetBytes(PF_Handle handle, const std::vector<std::uint8_t>& bytes) {
+  Block* b = Find(handle);
+  if (b == nullptr) throw std::invalid_argument("HandleStore::SetBytes: " + Unknown("write", handle));
+  b->bytes = bytes;
+  Point(*b);
+}
+
+PF_Handle HandleStore::Adopt(const std::vector<std::uint8_t>& bytes) {
+  PF_Handle handle = New(bytes.size());
+  if (handle == nullptr) throw std::invalid_argument("HandleStore::Adopt: block too large");
+  SetBytes(handle, bytes);
+  return handle;
+}
+
+}  // namespace cinebar_simhost

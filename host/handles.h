@@ -1,0 +1,61 @@
+// Host memory handles as the host hands them out: a PF_Handle points to a
+// master pointer, which points to the block. New and grown blocks are filled
+// with kFreshHandleByte, so whether the module clears its memory shows.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hostapi/ae_effect.h"
+
+namespace cinebar_simhost {
+
+constexpr std::uint8_t kFreshHandleByte = 0xCD;
+// Larger requests are refused with a null handle, as an exhausted host would.
+constexpr A_HandleSize kMaxHandleSize = A_HandleSize{1} << 28;
+
+class HandleStore {
+ public:
+  HandleStore() = default;
+  HandleStore(const HandleStore&) = delete;
+  HandleStore& operator=(const HandleStore&) = delete;
+  ~HandleStore();
+
+  // Each operation on a handle the store does not know (never made, already
+  // disposed of, or not a handle at all) changes nothing and returns a problem
+  // text instead of touching the pointer; the empty text means success.
+  PF_Handle New(A_HandleSize size);  // null when size > kMaxHandleSize
+  std::string Lock(PF_Handle handle, void** block);
+  std::string Unlock(PF_Handle handle);
+  std::string Dispose(PF_Handle handle);
+  std::string Size(PF_Handle handle, A_HandleSize* size) const;
+  std::string Resize(PF_Handle handle, A_HandleSize size);  // keeps the master pointer and the leading bytes
+
+  bool IsLive(PF_Handle handle) const { return blocks_.count(handle) != 0; }
+  std::size_t LiveCount() const { return blocks_.size(); }
+  A_HandleSize LiveBytes() const;
+  int LockCount(PF_Handle handle) const;  // -1 for an unknown handle
+  std::vector<PF_Handle> Live() const;
+
+  // The block's bytes, as a project file would keep them. Unknown handles throw std::invalid_argument.
+  std::vector<std::uint8_t> Bytes(PF_Handle handle) const;
+  void SetBytes(PF_Handle handle, const std::vector<std::uint8_t>& bytes);  // resizes to fit
+  PF_Handle Adopt(const std::vector<std::uint8_t>& bytes);                  // a new handle holding `bytes`
+
+ private:
+  struct Block {
+    void* master = nullptr;  // the PF_Handle is the address of this field
+    std::vector<std::uint8_t> bytes;
+    int locks = 0;
+  };
+  const Block* Find(PF_Handle handle) const;
+  Block* Find(PF_Handle handle);
+  static void Point(Block& block);
+
+  std::map<PF_Handle, std::unique_ptr<Block>> blocks_;
+};
+
+}  // namespace cinebar_simhost
