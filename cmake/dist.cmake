@@ -1,0 +1,35 @@
+# Reproducible module builds: two builds of one commit, in any folder, give the
+# same bytes. Included at the end of the top-level CMakeLists.txt, when every
+# target exists.
+#
+# - No source or build path is embedded (__FILE__ in asserts and messages,
+#   debug information): -ffile-prefix-map maps both trees to relative names.
+# - The Windows linker writes no time stamp into the PE header.
+# The module's copy into dist/ is made where the module is defined, in
+# plugin/resources (cinebar_add_module_resources).
+
+function(_cinebar_collect_targets dir out)
+  get_property(targets DIRECTORY "${dir}" PROPERTY BUILDSYSTEM_TARGETS)
+  get_property(subdirs DIRECTORY "${dir}" PROPERTY SUBDIRECTORIES)
+  foreach(sub IN LISTS subdirs)
+    _cinebar_collect_targets("${sub}" more)
+    list(APPEND targets ${more})
+  endforeach()
+  set(${out} ${targets} PARENT_SCOPE)
+endfunction()
+
+if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  # The later map wins where both match: the build tree lies inside the source tree.
+  _cinebar_collect_targets("${PROJECT_SOURCE_DIR}" _cinebar_all_targets)
+  foreach(_t IN LISTS _cinebar_all_targets)
+    get_target_property(_type ${_t} TYPE)
+    if(_type MATCHES "^(STATIC_LIBRARY|SHARED_LIBRARY|MODULE_LIBRARY|OBJECT_LIBRARY|EXECUTABLE)$")
+      target_compile_options(${_t} PRIVATE "$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>"
+                                           "$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_BINARY_DIR}/=>")
+    endif()
+  endforeach()
+endif()
+
+if(WIN32 AND TARGET KSCinebar)
+  target_link_options(KSCinebar PRIVATE "LINKER:--no-insert-timestamp")
+endif()
