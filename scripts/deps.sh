@@ -1,0 +1,51 @@
+# Sourced by the build and test scripts and by CI: the Debian 12 packages that
+# building and testing Cinebar needs, and their installation when missing.
+
+CINEBAR_PACKAGES=(
+  cmake g++ git
+  g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64  # the Windows module
+  wine64                                                # Windows tests
+  googletest libgtest-dev libbenchmark-dev              # tests and benchmarks
+  libpng-dev                                            # tool's image output
+  clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
+  nsis zip unzip                                        # packaging
+)
+
+# Prints the packages of CINEBAR_PACKAGES that are not installed.
+cinebar_missing_packages() {
+  local p
+  for p in "${CINEBAR_PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null | grep -q '^install ok installed$' || echo "$p"
+  done
+}
+
+# Installs whatever is missing: with apt-get as root, otherwise it says what
+# to install and fails. Never asks anything.
+cinebar_ensure_packages() {
+  if ! command -v dpkg-query >/dev/null 2>&1; then
+    echo "note: no dpkg here; assuming the build tools are installed" >&2
+    return 0
+  fi
+  local missing
+  mapfile -t missing < <(cinebar_missing_packages)
+  if [ "${#missing[@]}" -eq 0 ]; then
+    return 0
+  fi
+  if [ "$(id -u)" -eq 0 ]; then
+    echo "Installing: ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update
+    apt-get install -y "${missing[@]}"
+  else
+    echo "error: missing packages: ${missing[*]}" >&2
+    echo "Run this script as root, or first: sudo apt-get install -y ${missing[*]}" >&2
+    return 1
+  fi
+}
+
+# Build date and time baked into the module: the commit's, so that two builds
+# of one commit are byte-identical.
+if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
+  SOURCE_DATE_EPOCH="$(git -C "$(dirname "${BASH_SOURCE[0]}")" log -1 --format=%ct 2>/dev/null || date +%s)"
+  export SOURCE_DATE_EPOCH
+fi
