@@ -1,0 +1,183 @@
+; Installer of the effect module for 64-bit Windows, built with makensis by
+; packaging/CMakeLists.txt, which defines on the command line:
+;   PRODUCT       product and effect name          PUBLISHER  publisher
+;   CATEGORY      effect category: the folder the module goes into
+;   VERSION       dotted version                   VERSION_QUAD  version with four numbers
+;   MODULE_FILE   the built module                 MODULE_NAME   its file name when installed
+;   LICENSE_FILE  licence shown before installing  COPYRIGHT     its copyright line
+;   OUTFILE       the installer to write
+; and may define STUB, the NSIS stub to build on (default amd64-unicode).
+;
+; The module goes into "<plug-in folder>\<category>". The plug-in folder is the
+; one that installed versions of After Effects record as CommonPluginInstallPath
+; (the newest version that records one), else the common MediaCore folder that
+; every version searches. /D=<folder> on the command line overrides both.
+;
+; Reproducible: no build date is embedded (no !define /date, SetDateSave off),
+; so the same inputs give the same installer bytes.
+
+!ifndef PRODUCT | PUBLISHER | CATEGORY | VERSION | VERSION_QUAD | MODULE_FILE | MODULE_NAME | LICENSE_FILE | COPYRIGHT | OUTFILE
+  !error "packaging/CMakeLists.txt defines the installer's names and files"
+!endif
+
+Unicode true
+; The module is a 64-bit library, so the installer is a 64-bit program too:
+; registry and folder names are then those of the 64-bit host. The x86 stub
+; only serves the test of the refusal on 32-bit Windows.
+!ifndef STUB
+  !define STUB amd64-unicode
+!endif
+Target ${STUB}
+SetCompressor /SOLID lzma
+SetDateSave off
+RequestExecutionLevel admin
+ManifestDPIAware true
+
+!include LogicLib.nsh
+!include x64.nsh
+!include WordFunc.nsh
+
+!define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${PRODUCT}"
+!define AE_KEY "SOFTWARE\Adobe\After Effects"
+!define AE_PLUGIN_VALUE "CommonPluginInstallPath"
+!define FALLBACK_PLUGIN_FOLDER "$COMMONFILES64\Adobe\Common\Plug-ins\7.0\MediaCore"
+!define UNINSTALLER "Uninstall ${PRODUCT}.exe"
+; Exit code of an installer that refuses to run (silent installs report it).
+!define EXIT_UNSUPPORTED 2
+
+Name "${PRODUCT} ${VERSION}"
+OutFile "${OUTFILE}"
+BrandingText "${PUBLISHER}"
+ShowInstDetails show
+ShowUninstDetails show
+LicenseData "${LICENSE_FILE}"
+DirText "Setup installs the ${PRODUCT} effect into this After Effects plug-in folder."
+
+VIProductVersion "${VERSION_QUAD}"
+VIAddVersionKey /LANG=1033 "ProductName" "${PRODUCT}"
+VIAddVersionKey /LANG=1033 "CompanyName" "${PUBLISHER}"
+VIAddVersionKey /LANG=1033 "FileDescription" "${PRODUCT} ${VERSION} setup"
+VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
+VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
+VIAddVersionKey /LANG=1033 "LegalCopyright" "${COPYRIGHT}"
+
+Page license
+Page directory
+Page instfiles
+UninstPage uninstConfirm
+UninstPage instfiles
+
+; The plug-in folder of the newest After Effects that records one, else the
+; common MediaCore folder. Leaves the folder in $R0.
+Function FindPluginFolder
+  StrCpy $R0 ""   ; chosen folder
+  StrCpy $R1 ""   ; version of the chosen folder
+  StrCpy $R2 0    ; subkey index
+  ${Do}
+    ClearErrors
+    EnumRegKey $R3 HKLM "${AE_KEY}" $R2
+    ${If} ${Errors}
+    ${OrIf} $R3 == ""
+      ${Break}
+    ${EndIf}
+    ReadRegStr $R4 HKLM "${AE_KEY}\$R3" "${AE_PLUGIN_VALUE}"
+    ${If} $R4 != ""
+      ${If} $R0 == ""
+        StrCpy $R0 $R4
+        StrCpy $R1 $R3
+      ${Else}
+        ${VersionCompare} $R3 $R1 $R5   ; 1: $R3 is newer
+        ${If} $R5 == 1
+          StrCpy $R0 $R4
+          StrCpy $R1 $R3
+        ${EndIf}
+      ${EndIf}
+    ${EndIf}
+    IntOp $R2 $R2 + 1
+  ${Loop}
+  ${If} $R0 == ""
+    StrCpy $R0 "${FALLBACK_PLUGIN_FOLDER}"
+  ${EndIf}
+  ; The recorded value usually ends with a backslash.
+  StrCpy $R5 $R0 "" -1
+  ${If} $R5 == "\"
+    StrCpy $R0 $R0 -1
+  ${EndIf}
+FunctionEnd
+
+; Size of the file $R0 in whole kilobytes (rounded up), added to $R9.
+Function AddFileKilobytes
+  ClearErrors
+  FileOpen $R1 $R0 r
+  ${IfNot} ${Errors}
+    FileSeek $R1 0 END $R2
+    FileClose $R1
+    IntOp $R2 $R2 + 1023
+    IntOp $R2 $R2 / 1024
+    IntOp $R9 $R9 + $R2
+  ${EndIf}
+FunctionEnd
+
+Function .onInit
+  ; A 64-bit installer does not even start on 32-bit Windows; this check is
+  ; what refuses when the script is built for the x86 stub.
+  ${IfNot} ${RunningX64}
+    MessageBox MB_OK|MB_ICONSTOP "${PRODUCT} is an After Effects plug-in for 64-bit Windows. This computer runs 32-bit Windows, so nothing was installed." /SD IDOK
+    SetErrorLevel ${EXIT_UNSUPPORTED}
+    Abort
+  ${EndIf}
+  SetRegView 64
+  ${If} $INSTDIR == ""   ; no /D= on the command line
+    Call FindPluginFolder
+    StrCpy $INSTDIR "$R0\${CATEGORY}"
+  ${EndIf}
+FunctionEnd
+
+Section "${PRODUCT}" SecModule
+  SectionIn RO
+  SetRegView 64
+
+  ; An earlier install in another plug-in folder would make the host find the
+  ; effect twice: take that copy away first. Other modules of the suite stay.
+  ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "InstallLocation"
+  ${If} $0 != ""
+  ${AndIf} $0 != $INSTDIR
+    Delete "$0\${MODULE_NAME}"
+    Delete "$0\${UNINSTALLER}"
+    RMDir "$0"
+  ${EndIf}
+
+  SetOutPath "$INSTDIR"
+  SetOverwrite on
+  File "/oname=${MODULE_NAME}" "${MODULE_FILE}"
+  WriteUninstaller "$INSTDIR\${UNINSTALLER}"
+
+  StrCpy $R9 0
+  StrCpy $R0 "$INSTDIR\${MODULE_NAME}"
+  Call AddFileKilobytes
+  StrCpy $R0 "$INSTDIR\${UNINSTALLER}"
+  Call AddFileKilobytes
+
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT}"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "Publisher" "${PUBLISHER}"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "InstallLocation" "$INSTDIR"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "UninstallString" '"$INSTDIR\${UNINSTALLER}"'
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "QuietUninstallString" '"$INSTDIR\${UNINSTALLER}" /S'
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayIcon" "$INSTDIR\${UNINSTALLER},0"
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "EstimatedSize" $R9
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoModify" 1
+  WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
+SectionEnd
+
+Function un.onInit
+  SetRegView 64
+FunctionEnd
+
+Section "Uninstall"
+  Delete "$INSTDIR\${MODULE_NAME}"
+  Delete "$INSTDIR\${UNINSTALLER}"
+  ; The category folder is shared with the suite's other modules.
+  RMDir "$INSTDIR"
+  DeleteRegKey HKLM "${UNINSTALL_KEY}"
+SectionEnd
