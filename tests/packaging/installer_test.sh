@@ -1,0 +1,232 @@
+#!/usr/bin/env bash
+# Runs the installer and the uninstaller silently under Wine, in a private
+# prefix made for this run and removed afterwards.
+#
+#   installer_test.sh install        plug-in folder choice, installed module,
+#                                    Programs and Features entry, uninstall
+#   installer_test.sh refuse-32bit   the x86 installer on 32-bit Windows
+#                                    installs nothing and exits non-zero
+#
+# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
+set -u -o pipefail
+
+for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_BUILT_MODULE CINEBAR_PROBE \
+           CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
+  if [ -z "${!var:-}" ]; then
+    echo "installer_test.sh: $var is not set (run it through ctest)" >&2
+    exit 2
+  fi
+done
+
+readonly UNINSTALL_KEY="HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\$CINEBAR_PRODUCT"
+readonly AE_KEY="HKLM\\SOFTWARE\\Adobe\\After Effects"
+readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-ins\\7.0\\MediaCore"
+readonly UNINSTALLER="Uninstall $CINEBAR_PRODUCT.exe"
+readonly EXIT_UNSUPPORTED=2   # the installer's exit code when it refuses to run
+readonly SKIP=77
+
+export WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml="
+unset DISPLAY WAYLAND_DISPLAY
+WINE="$CINEBAR_WINE64"
+WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver64"
+[ -x "$WINESERVER" ] || WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver"
+
+passed=0
+failed=0
+check() {  # check <description> <command...>: runs the command, counts the result
+  local what="$1"
+  shift
+  if "$@"; then
+    passed=$((passed + 1))
+  else
+    failed=$((failed + 1))
+    echo "FAIL: $what"
+  fi
+}
+equals() { [ "$1" = "$2" ] || { echo "  got '$1', expected '$2'"; return 1; }; }
+not() { ! "$@"; }
+
+# ---- the prefix ---------------------------------------------------------------
+
+work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-installer-test.XXXXXX")"
+cleanup() {
+  if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then
+    "$WINESERVER" -k >/dev/null 2>&1 || true
+  fi
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+new_prefix() {  # new_prefix <name> [WINEARCH]
+  export WINEPREFIX="$work/$1"
+  if [ -n "${2:-}" ]; then export WINEARCH="$2"; else unset WINEARCH; fi
+  "$WINE" wineboot --init >/dev/null 2>&1
+  "$WINESERVER" -w
+  [ -f "$WINEPREFIX/system.reg" ] || { echo "cannot create the Wine prefix $WINEPREFIX" >&2; exit 2; }
+}
+
+# C:\a\b -> <prefix>/drive_c/a/b
+unix_path() {
+  local p="${1#[Cc]:}"
+  printf '%s/drive_c%s\n' "$WINEPREFIX" "${p//\\//}"
+}
+
+# ---- the registry ---------------------------------------------------------------
+
+reg() { "$WINE" reg "$@" /reg:64 >/dev/null 2>&1; }
+has_key() { reg query "$1"; }
+# The data of one value, or nothing.
+reg_value() {
+  "$WINE" reg query "$1" /v "$2" /reg:64 2>/dev/null | tr -d '\r' |
+    sed -n "s/^    $2    REG_[A-Z_]*    //p"
+}
+
+# set_after_effects "<version>=<folder>;..."  ("<version>=" records no folder)
+set_after_effects() {
+  reg delete "$AE_KEY" /f
+  [ "$1" = "-" ] && return 0
+  local entry version folder
+  IFS=';' read -ra entries <<<"$1"
+  for entry in "${entries[@]}"; do
+    version="${entry%%=*}"
+    folder="${entry#*=}"
+    if [ -n "$folder" ]; then
+      reg add "$AE_KEY\\$version" /v CommonPluginInstallPath /d "$folder" /f
+    else
+      reg add "$AE_KEY\\$version" /v InstallPath /d "C:\\Adobe\\$version" /f
+    fi
+  done
+}
+
+# ---- installer and uninstaller ----------------------------------------------------
+
+install_silently() { "$WINE" "$(winepath_w "$1")" /S; }
+winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
+
+# The uninstaller from the registry, run in place (_?=) so that it finishes
+# before Wine returns. _?= takes the rest of the command line unquoted, so
+# the folder goes in as separate words, which Wine joins with single blanks.
+uninstall_silently() {
+  local command folder
+  command="$(reg_value "$UNINSTALL_KEY" UninstallString)"
+  folder="$(reg_value "$UNINSTALL_KEY" InstallLocation)"
+  command="${command#\"}"
+  command="${command%\"}"
+  [ -n "$command" ] && [ -n "$folder" ] || { echo "  no uninstaller registered"; return 1; }
+  local -a words
+  read -ra words <<<"_?=$folder"
+  "$WINE" "$command" /S "${words[@]}"
+}
+
+kilobytes() { echo $((($(stat -c %s "$1") + 1023) / 1024)); }
+
+# ---- checks of one installation ---------------------------------------------------
+
+check_installed() {  # check_installed <case> <expected Windows folder of the module>
+  local name="$1" folder="$2"
+  local module="$folder\\$CINEBAR_MODULE_NAME"
+  local module_file
+  module_file="$(unix_path "$module")"
+
+  check "$name: the module is at $module" test -f "$module_file"
+  check "$name: the installed module is the built one" cmp -s "$module_file" "$CINEBAR_BUILT_MODULE"
+  check "$name: the installed module loads and sets up" \
+    "$WINE" "$(winepath_w "$CINEBAR_PROBE")" "$module"
+
+  check "$name: DisplayName" equals "$(reg_value "$UNINSTALL_KEY" DisplayName)" "$CINEBAR_PRODUCT"
+  check "$name: Publisher" equals "$(reg_value "$UNINSTALL_KEY" Publisher)" "$CINEBAR_PUBLISHER"
+  check "$name: DisplayVersion" equals "$(reg_value "$UNINSTALL_KEY" DisplayVersion)" "$CINEBAR_VERSION"
+  check "$name: InstallLocation" equals "$(reg_value "$UNINSTALL_KEY" InstallLocation)" "$folder"
+  check "$name: UninstallString" equals "$(reg_value "$UNINSTALL_KEY" UninstallString)" \
+    "\"$folder\\$UNINSTALLER\""
+  local size expected
+  size="$(reg_value "$UNINSTALL_KEY" EstimatedSize)"
+  expected=$(($(kilobytes "$module_file") + $(kilobytes "$(unix_path "$folder\\$UNINSTALLER")")))
+  check "$name: EstimatedSize is the installed files in KB" equals "$((size))" "$expected"
+  check "$name: no branding library shipped" \
+    test -z "$(find "$WINEPREFIX/drive_c" -iname 'TWBranding.dll' -print -quit)"
+}
+
+check_uninstalled() {  # check_uninstalled <case> <Windows folder of the module>
+  local name="$1" folder="$2"
+  check "$name: the uninstaller exits 0" uninstall_silently
+  check "$name: the module is gone" test ! -e "$(unix_path "$folder\\$CINEBAR_MODULE_NAME")"
+  check "$name: the uninstall entry is gone" not has_key "$UNINSTALL_KEY"
+}
+
+# ---- the cases -------------------------------------------------------------------
+
+# name | After Effects versions and the folder each records ("-": none) | expected plug-in folder
+readonly FOLDER_CASES=(
+  "no After Effects recorded|-|$FALLBACK_FOLDER"
+  "After Effects 24.0 records a folder|24.0=C:\\Cinebar Test\\AE 24\\Plug-ins\\|C:\\Cinebar Test\\AE 24\\Plug-ins"
+  "newest version that records a folder|23.0=C:\\AE23\\Plug-ins;24.0=C:\\AE24\\Plug-ins;25.0=;9.0=C:\\AE9\\Plug-ins|C:\\AE24\\Plug-ins"
+)
+
+test_install() {
+  new_prefix install
+  local row name records plugins folder other
+  for row in "${FOLDER_CASES[@]}"; do
+    IFS='|' read -r name records plugins <<<"$row"
+    echo "case: $name"
+    folder="$plugins\\$CINEBAR_CATEGORY"
+    set_after_effects "$records"
+    # Another module of the suite in the same folder must survive the uninstall.
+    other="$(unix_path "$folder\\TWOtherEffect.aex")"
+    mkdir -p "$(dirname "$other")"
+    echo "other module" >"$other"
+
+    check "$name: the installer exits 0" install_silently "$CINEBAR_INSTALLER"
+    check_installed "$name" "$folder"
+    check_uninstalled "$name" "$folder"
+    check "$name: the suite's other module is kept" test -f "$other"
+    rm -rf "$(unix_path "$plugins")"
+  done
+
+  # Installing again after the host's plug-in folder changed moves the module.
+  local name="reinstall after the plug-in folder moved"
+  echo "case: $name"
+  set_after_effects "24.0=C:\\Old AE\\Plug-ins"
+  check "$name: first install exits 0" install_silently "$CINEBAR_INSTALLER"
+  set_after_effects "24.0=C:\\New AE\\Plug-ins"
+  check "$name: second install exits 0" install_silently "$CINEBAR_INSTALLER"
+  check_installed "$name" "C:\\New AE\\Plug-ins\\$CINEBAR_CATEGORY"
+  check "$name: the old copy is gone" test ! -e "$(unix_path "C:\\Old AE\\Plug-ins\\$CINEBAR_CATEGORY")"
+  check_uninstalled "$name" "C:\\New AE\\Plug-ins\\$CINEBAR_CATEGORY"
+  set_after_effects -
+}
+
+# The 64-bit installer cannot start on 32-bit Windows at all; the x86 build of
+# the same script reaches the RunningX64 check in .onInit, which must refuse
+# with a non-zero exit code and leave nothing behind. That needs 32-bit Wine
+# (a win32 prefix), which a 64-bit-only Wine does not have: then the case is
+# skipped.
+test_refuse_32bit() {
+  local wine32
+  wine32="$(dirname "$CINEBAR_WINE64")/wine"
+  if [ ! -x "$wine32" ] || ! ls /usr/lib/*/wine/i386-unix >/dev/null 2>&1; then
+    echo "SKIP: no 32-bit Wine here to play 32-bit Windows; the refusal in .onInit is not exercised"
+    exit "$SKIP"
+  fi
+  WINE="$wine32"
+  new_prefix win32 win32
+  local name="x86 installer on 32-bit Windows"
+  "$WINE" "$(winepath_w "$CINEBAR_X86_INSTALLER")" /S
+  check "$name: exits $EXIT_UNSUPPORTED" equals "$?" "$EXIT_UNSUPPORTED"
+  check "$name: installs no module" \
+    test -z "$(find "$WINEPREFIX/drive_c" -iname "$CINEBAR_MODULE_NAME" -print -quit)"
+  check "$name: registers nothing" not "$WINE" reg query "$UNINSTALL_KEY"
+}
+
+case "${1:-}" in
+  install) test_install ;;
+  refuse-32bit) test_refuse_32bit ;;
+  *)
+    echo "usage: $0 install|refuse-32bit" >&2
+    exit 2
+    ;;
+esac
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
