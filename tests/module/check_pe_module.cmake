@@ -4,6 +4,8 @@
 # The module may import only Windows system DLLs, must export EntryPointFunc
 # undecorated and nothing else, carry no PE time stamp, and embed no path of
 # the machine that built it.
+cmake_minimum_required(VERSION 3.25)
+
 foreach(var OBJDUMP MODULE)
   if(NOT ${var})
     message(FATAL_ERROR "${var} is not set")
