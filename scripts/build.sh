@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Main job: builds the Windows module dist/KSCinebar.aex (MinGW-w64 cross
-# build, preset win64). Installs missing build packages first when run as root.
+# build, preset win64) and the release made from it: the installer, the zip
+# bundle and SHA256SUMS in dist/. Installs missing build packages first when
+# run as root.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/deps.sh
@@ -8,7 +10,7 @@ source scripts/deps.sh
 cinebar_ensure_packages
 
 cmake --preset win64
-cmake --build --preset win64 --target KSCinebar
+cmake --build --preset win64 --target KSCinebar cinebar_release
 
 module=dist/KSCinebar.aex
 if [ ! -f "$module" ]; then
@@ -16,3 +18,11 @@ if [ ! -f "$module" ]; then
   exit 1
 fi
 echo "Built $module ($(stat -c %s "$module") bytes)"
+# The release files are the ones SHA256SUMS lists.
+if [ ! -f dist/SHA256SUMS ]; then
+  echo "error: the build did not produce dist/SHA256SUMS" >&2
+  exit 1
+fi
+(cd dist && sha256sum --check --quiet SHA256SUMS)
+echo "Release files, checked against dist/SHA256SUMS:"
+sed -E 's/^[0-9a-f]{64}  /  dist\//' dist/SHA256SUMS
