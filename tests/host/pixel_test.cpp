@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <ostream>
 
 #include "host/pixel_ops.h"
 #include "host/world.h"
@@ -25,6 +26,8 @@ struct FillCase {
   A_long padding;
   std::optional<PF_Rect> rect;  // nullopt: the whole world
 };
+
+void PrintTo(const FillCase& c, std::ostream* out) { *out << c.name; }
 
 class FillTest : public ::testing::TestWithParam<FillCase> {};
 
@@ -71,6 +74,8 @@ struct CopyCase {
   std::optional<PF_Rect> src_rect, dst_rect;
   bool refused;
 };
+
+void PrintTo(const CopyCase& c, std::ostream* out) { *out << c.name; }
 
 class CopyTest : public ::testing::TestWithParam<CopyCase> {};
 
