@@ -15,10 +15,18 @@ unset DISPLAY
 wine=/usr/lib/wine/wine64
 [ -x "$wine" ] || wine="$(command -v wine64 || command -v wine)"
 if [ ! -f "$WINEPREFIX/system.reg" ]; then
-  mkdir -p "$WINEPREFIX"
-  "$wine" wineboot --init >/dev/null 2>&1 || true
-  wineserver_bin=/usr/lib/wine/wineserver64
-  [ -x "$wineserver_bin" ] || wineserver_bin="$(command -v wineserver || true)"
-  [ -n "$wineserver_bin" ] && WINEPREFIX="$WINEPREFIX" "$wineserver_bin" -w || true
+  # Tests start in parallel: one of them creates the prefix, the others wait.
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  exec 9>"$WINEPREFIX.lock"
+  flock 9
+  if [ ! -f "$WINEPREFIX/system.reg" ]; then
+    mkdir -p "$WINEPREFIX"
+    "$wine" wineboot --init >/dev/null 2>&1 || true
+    wineserver_bin=/usr/lib/wine/wineserver64
+    [ -x "$wineserver_bin" ] || wineserver_bin="$(command -v wineserver || true)"
+    [ -n "$wineserver_bin" ] && WINEPREFIX="$WINEPREFIX" "$wineserver_bin" -w || true
+  fi
+  flock -u 9
+  exec 9>&-
 fi
 exec "$wine" "$@"

@@ -80,8 +80,11 @@ class BoundBranding : public ::testing::Test {
   static void SetUpTestSuite() {
     const auto installed = InstalledLibraryPath();
     std::filesystem::create_directories(installed.parent_path());
-    std::filesystem::copy_file(CINEBAR_BRANDING_DOUBLE, installed,
-                               std::filesystem::copy_options::overwrite_existing);
+    // Another bound case may be running with the library loaded; a loaded DLL
+    // cannot be replaced, and the one in place is then already this build's.
+    std::error_code ignored;
+    std::filesystem::copy_file(CINEBAR_BRANDING_DOUBLE, installed, std::filesystem::copy_options::update_existing,
+                               ignored);
   }
 
   void SetUp() override {
