@@ -101,7 +101,11 @@ set_after_effects() {
 
 # ---- installer and uninstaller ----------------------------------------------------
 
-install_silently() { "$WINE" "$(winepath_w "$1")" /S; }
+install_silently() {  # install_silently <installer> [options...]
+  local installer="$1"
+  shift
+  "$WINE" "$(winepath_w "$installer")" /S "$@"
+}
 winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
 
 # The uninstaller from the registry, run in place (_?=) so that it finishes
@@ -157,31 +161,35 @@ check_uninstalled() {  # check_uninstalled <case> <Windows folder of the module>
 
 # ---- the cases -------------------------------------------------------------------
 
-# name | After Effects versions and the folder each records ("-": none) | expected plug-in folder
+# name | After Effects versions and the folder each records ("-": none) |
+# folder the module is expected in | folder given with /D= (none: empty)
 readonly FOLDER_CASES=(
-  "no After Effects recorded|-|$FALLBACK_FOLDER"
-  "After Effects 24.0 records a folder|24.0=C:\\Cinebar Test\\AE 24\\Plug-ins\\|C:\\Cinebar Test\\AE 24\\Plug-ins"
-  "newest version that records a folder|23.0=C:\\AE23\\Plug-ins;24.0=C:\\AE24\\Plug-ins;25.0=;9.0=C:\\AE9\\Plug-ins|C:\\AE24\\Plug-ins"
+  "no After Effects recorded|-|$FALLBACK_FOLDER\\$CINEBAR_CATEGORY|"
+  "After Effects 24.0 records a folder|24.0=C:\\Cinebar Test\\AE 24\\Plug-ins\\|C:\\Cinebar Test\\AE 24\\Plug-ins\\$CINEBAR_CATEGORY|"
+  "newest version that records a folder|23.0=C:\\AE23\\Plug-ins;24.0=C:\\AE24\\Plug-ins;25.0=;9.0=C:\\AE9\\Plug-ins|C:\\AE24\\Plug-ins\\$CINEBAR_CATEGORY|"
+  "folder chosen with /D=|24.0=C:\\AE24\\Plug-ins|C:\\Chosen Place\\Effects|C:\\Chosen Place\\Effects"
 )
 
 test_install() {
   new_prefix install
-  local row name records plugins folder other
+  local row name records folder chosen other
+  local -a options
   for row in "${FOLDER_CASES[@]}"; do
-    IFS='|' read -r name records plugins <<<"$row"
+    IFS='|' read -r name records folder chosen <<<"$row"
     echo "case: $name"
-    folder="$plugins\\$CINEBAR_CATEGORY"
     set_after_effects "$records"
+    options=()
+    [ -z "$chosen" ] || read -ra options <<<"/D=$chosen"  # unquoted, like _?=
     # Another module of the suite in the same folder must survive the uninstall.
     other="$(unix_path "$folder\\TWOtherEffect.aex")"
     mkdir -p "$(dirname "$other")"
     echo "other module" >"$other"
 
-    check "$name: the installer exits 0" install_silently "$CINEBAR_INSTALLER"
+    check "$name: the installer exits 0" install_silently "$CINEBAR_INSTALLER" "${options[@]}"
     check_installed "$name" "$folder"
     check_uninstalled "$name" "$folder"
     check "$name: the suite's other module is kept" test -f "$other"
-    rm -rf "$(unix_path "$plugins")"
+    rm -rf "$(unix_path "$folder")"
   done
 
   # Installing again after the host's plug-in folder changed moves the module.
