@@ -13,7 +13,7 @@ set(CINEBAR_VERSION_STAGE 3)   # release
 set(CINEBAR_VERSION_BUILD 0)
 set(CINEBAR_OUT_FLAGS 0x02008401)
 set(CINEBAR_OUT_FLAGS2 0x00000000)
-set(CINEBAR_SPEC_VERSION_MAJOR 13)  # effect API version the module is written against
-set(CINEBAR_SPEC_VERSION_MINOR 0)
+set(CINEBAR_API_VERSION_MAJOR 13)  # effect API version the module is written against
+set(CINEBAR_API_VERSION_MINOR 0)
 set(CINEBAR_PUBLISHER "Tarnwick")
 set(CINEBAR_PRODUCT_PAGE "https://www.tarnwick.example/lenscraft/cadre")

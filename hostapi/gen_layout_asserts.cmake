@@ -1,3 +1,4 @@
+cmake_policy(SET CMP0054 NEW)
 # Turns the host's layout table (record, field, offset, size, type) into one
 # static_assert per row. Nested records "A.b" are declared as "A_b".
 file(STRINGS "${LAYOUT_TSV}" rows)
