@@ -270,10 +270,10 @@ struct HostCallbacks {
     r.suite = suite_name;
     r.version = version;
     if (suite) *suite = nullptr;
-    Fault general, specific;
+    Fault general, for_pair;
     const bool any = h->Faulted("AcquireSuite", r, &general);
-    const bool pair = h->Faulted(AcquireKey(suite_name, version), r, &specific);
-    if (any || pair) return static_cast<SPErr>(r.result = pair ? specific.error : general.error);
+    const bool pair = h->Faulted(AcquireKey(suite_name, version), r, &for_pair);
+    if (any || pair) return static_cast<SPErr>(r.result = pair ? for_pair.error : general.error);
     if (name == nullptr || suite == nullptr)
       return Refuse(*h, r, kSuiteNotFound, "null name or suite address");
     const void* served = nullptr;
