@@ -9,44 +9,17 @@
 #include <cstring>
 #include <iterator>
 #include <random>
+#include <vector>
 
 #include "effect/render.h"
+#include "tests/effect/worked_frames.h"
 
 namespace {
 
 PF_RationalScale Scale(A_long num, A_u_long den) { return PF_RationalScale{num, den}; }
 
-struct WorkedCase {
-  A_long width, height;
-  PF_RationalScale ds_x, ds_y, par;
-  float ratio;
-  PF_Rect expected;
-};
-
-const WorkedCase kWorked[] = {
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 131, 1920, 948}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 2.76f, {0, 192, 1920, 887}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.85f, {0, 21, 1920, 1058}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 16.0f / 9.0f, {0, 0, 1920, 1080}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.66f, {64, 0, 1856, 1080}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 4.0f / 3.0f, {240, 0, 1680, 1080}},
-    {1920, 1081, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 132, 1920, 949}},
-    {960, 540, {1, 2}, {1, 2}, {1, 1}, 2.35f, {0, 66, 960, 474}},
-    {640, 360, {1, 3}, {1, 3}, {1, 1}, 2.35f, {0, 44, 640, 316}},
-    {480, 270, {1, 4}, {1, 4}, {1, 1}, 2.35f, {0, 33, 480, 237}},
-    {1920, 540, {1, 1}, {1, 2}, {1, 1}, 2.35f, {0, 66, 1920, 474}},
-    {1920, 540, {1, 1}, {1, 2}, {1, 1}, 16.0f / 9.0f, {0, 0, 1920, 540}},
-    {720, 480, {1, 1}, {1, 1}, {10, 11}, 4.0f / 3.0f, {8, 0, 712, 480}},
-    {720, 480, {1, 1}, {1, 1}, {9, 10}, 4.0f / 3.0f, {4, 0, 715, 480}},
-    {720, 480, {1, 1}, {1, 1}, {40, 33}, 16.0f / 9.0f, {8, 0, 712, 480}},
-    {720, 480, {1, 1}, {1, 1}, {40, 33}, 2.35f, {0, 54, 720, 425}},
-    {720, 480, {1, 1}, {1, 1}, {121, 100}, 2.35f, {0, 55, 720, 425}},
-    {1440, 1080, {1, 1}, {1, 1}, {4, 3}, 16.0f / 9.0f, {0, 0, 1440, 1080}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.778f, {0, 0, 1920, 1079}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 1.777f, {0, 0, 1919, 1080}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 12.0f, {0, 460, 1920, 620}},
-    {1920, 1080, {1, 1}, {1, 1}, {1, 1}, 0.0f, {960, 0, 960, 1080}},
-    // Degenerate worlds: height 0 pillarboxes, 0×0 letterboxes, both empty.
+// Degenerate worlds: height 0 pillarboxes, 0×0 letterboxes, both empty.
+const WorkedFrame kDegenerate[] = {
     {1920, 0, {1, 1}, {1, 1}, {1, 1}, 2.35f, {960, 0, 960, 0}},
     {0, 0, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 0, 0, 0}},
 };
@@ -59,11 +32,13 @@ void ExpectRect(const PF_Rect& expected, const PF_Rect& actual) {
 }
 
 TEST(PictureRect, WorkedTable) {
-  for (const WorkedCase& c : kWorked) {
+  std::vector<WorkedFrame> frames(std::begin(kWorkedFrames), std::end(kWorkedFrames));
+  frames.insert(frames.end(), std::begin(kDegenerate), std::end(kDegenerate));
+  for (const WorkedFrame& c : frames) {
     SCOPED_TRACE(::testing::Message() << c.width << "x" << c.height << " ratio " << c.ratio << " ds "
                                       << c.ds_x.num << "/" << c.ds_x.den << "," << c.ds_y.num << "/"
                                       << c.ds_y.den << " par " << c.par.num << "/" << c.par.den);
-    ExpectRect(c.expected, ComputePictureRect(c.width, c.height, c.ratio, c.ds_x, c.ds_y, c.par));
+    ExpectRect(c.picture, ComputePictureRect(c.width, c.height, c.ratio, c.ds_x, c.ds_y, c.par));
   }
 }
 
