@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -80,11 +81,17 @@ class BoundBranding : public ::testing::Test {
   static void SetUpTestSuite() {
     const auto installed = InstalledLibraryPath();
     std::filesystem::create_directories(installed.parent_path());
-    // Another bound case may be running with the library loaded; a loaded DLL
-    // cannot be replaced, and the one in place is then already this build's.
-    std::error_code ignored;
-    std::filesystem::copy_file(CINEBAR_BRANDING_DOUBLE, installed, std::filesystem::copy_options::update_existing,
-                               ignored);
+    // Bound cases run in parallel, each in its own process: whoever comes
+    // first installs the library; a copy is renamed into place so that no
+    // process ever maps a half-written file (a loaded DLL is not replaced).
+    std::error_code error;
+    if (std::filesystem::file_size(installed, error) == std::filesystem::file_size(CINEBAR_BRANDING_DOUBLE))
+      return;
+    const auto staged = installed.string() + "." + std::to_string(std::random_device{}());
+    std::filesystem::copy_file(CINEBAR_BRANDING_DOUBLE, staged,
+                               std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::rename(staged, installed, error);
+    std::filesystem::remove(staged, error);
   }
 
   void SetUp() override {
