@@ -1,0 +1,143 @@
+#include "tools/cinebar/options.h"
+
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "tools/cinebar/tool_error.h"
+
+namespace cinebar_tool {
+
+const char kUsage[] =
+    "usage: cinebar render IN OUT [--preset NAME] [--ratio R] [--render on-image|on-transparent]\n"
+    "                             [--color #RRGGBB[AA]] [--pixel-aspect N/D] [--downsample N/D[,N/D]]\n"
+    "       cinebar demo [--out DIR]       (default DIR: dist/previews)\n"
+    "       cinebar info\n"
+    "  IN and OUT: PNG files, printf-style patterns (frame_%04d.png) or folders of PNG files.\n"
+    "  Every command takes --module PATH (or $CINEBAR_MODULE) to choose the module file.\n"
+    "  Exit codes: 2 usage, 3 input file, 4 module, 5 output file.\n";
+
+namespace {
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  const int lower = std::tolower(static_cast<unsigned char>(c));
+  if (lower >= 'a' && lower <= 'f') return lower - 'a' + 10;
+  return -1;
+}
+
+std::optional<long long> ParsePositiveInteger(const std::string& text, long long max) {
+  if (text.empty() || text.size() > 10) return std::nullopt;
+  long long value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return std::nullopt;
+    value = value * 10 + (c - '0');
+  }
+  if (value <= 0 || value > max) return std::nullopt;
+  return value;
+}
+
+[[noreturn]] void Usage(const std::string& message) { throw ToolError(kExitUsage, message); }
+
+}  // namespace
+
+std::optional<PF_Pixel> ParseColor(const std::string& text) {
+  if ((text.size() != 7 && text.size() != 9) || text[0] != '#') return std::nullopt;
+  int channel[4] = {0, 0, 0, 255};
+  for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
+    const int hi = HexDigit(text[i + 1]);
+    const int lo = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
+    if (hi < 0 || lo < 0) return std::nullopt;
+    channel[i / 2] = hi * 16 + lo;
+  }
+  return PF_Pixel{static_cast<A_u_char>(channel[3]), static_cast<A_u_char>(channel[0]),
+                  static_cast<A_u_char>(channel[1]), static_cast<A_u_char>(channel[2])};
+}
+
+std::optional<PF_RationalScale> ParseRational(const std::string& text) {
+  const std::size_t slash = text.find('/');
+  if (slash == std::string::npos) return std::nullopt;
+  const auto num = ParsePositiveInteger(text.substr(0, slash), std::numeric_limits<A_long>::max());
+  const auto den = ParsePositiveInteger(text.substr(slash + 1), std::numeric_limits<A_long>::max());
+  if (!num || !den) return std::nullopt;
+  return PF_RationalScale{static_cast<A_long>(*num), static_cast<A_u_long>(*den)};
+}
+
+std::optional<double> ParseNumber(const std::string& text) {
+  if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return std::nullopt;
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (end != text.c_str() + text.size() || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+Options ParseCommandLine(const std::vector<std::string>& args) {
+  Options options;
+  if (args.empty()) Usage("no command given (render, demo, info)");
+  options.command = args[0];
+  if (options.command == "-h" || options.command == "--help" || options.command == "help") {
+    options.command = "help";
+    return options;
+  }
+  if (options.command != "render" && options.command != "demo" && options.command != "info")
+    Usage("unknown command \"" + options.command + "\" (render, demo, info)");
+
+  const bool render = options.command == "render";
+  for (std::size_t i = 1; i < args.size(); ++i) {
+    std::string arg = args[i];
+    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
+      options.operands.push_back(arg);
+      continue;
+    }
+    std::string value;
+    const std::size_t eq = arg.find('=');
+    if (eq != std::string::npos) {
+      value = arg.substr(eq + 1);
+      arg.resize(eq);
+    } else if (arg != "--help") {
+      if (i + 1 >= args.size()) Usage(arg + " needs a value");
+      value = args[++i];
+    }
+    if (arg == "--help") {
+      options.command = "help";
+      return options;
+    }
+    if (arg == "--module") {
+      options.module = value;
+    } else if (arg == "--out" && options.command == "demo") {
+      options.out_dir = value;
+    } else if (render && (arg == "--preset" || arg == "--ratio" || arg == "--render")) {
+      const RequestedEdit::Kind kind = arg == "--preset"  ? RequestedEdit::kPreset
+                                       : arg == "--ratio" ? RequestedEdit::kRatio
+                                                          : RequestedEdit::kRender;
+      if (kind == RequestedEdit::kRatio && !ParseNumber(value))
+        Usage("--ratio \"" + value + "\" is not a number");
+      options.edits.push_back(RequestedEdit{kind, value, {}});
+    } else if (render && arg == "--color") {
+      const auto color = ParseColor(value);
+      if (!color) Usage("--color \"" + value + "\" is not a colour of the form #RRGGBB or #RRGGBBAA");
+      options.edits.push_back(RequestedEdit{RequestedEdit::kColor, value, *color});
+    } else if (render && arg == "--pixel-aspect") {
+      const auto ratio = ParseRational(value);
+      if (!ratio) Usage("--pixel-aspect \"" + value + "\" is not N/D with positive whole numbers");
+      options.pixel_aspect = *ratio;
+    } else if (render && arg == "--downsample") {
+      const std::size_t comma = value.find(',');
+      const auto x = ParseRational(value.substr(0, comma));
+      const auto y = comma == std::string::npos ? x : ParseRational(value.substr(comma + 1));
+      if (!x || !y) Usage("--downsample \"" + value + "\" is not N/D or N/D,N/D with positive whole numbers");
+      options.downsample_x = *x;
+      options.downsample_y = *y;
+    } else {
+      Usage("unknown option " + arg + " for " + options.command);
+    }
+  }
+  const std::size_t wanted = render ? 2 : 0;
+  if (options.operands.size() != wanted) {
+    Usage(render ? "render needs IN and OUT" : options.command + " takes no file arguments");
+  }
+  return options;
+}
+
+}  // namespace cinebar_tool
