@@ -100,10 +100,17 @@ A_short ToControlSize(float value) {
 PF_Err LoadBranding(PF_InData* in_data, PF_OutData* out_data) {
   out_data->global_data = in_data->utils->host_new_handle(sizeof(BrandingBinding));
   BrandingBinding* binding = LockBinding(in_data, out_data->global_data);
-  if (binding != nullptr) {
-    std::memset(binding, 0, sizeof *binding);
-    BindLibrary(*binding);
+  if (binding == nullptr) {
+    // A block that could not be locked could not be cleared either: its
+    // uncleared library field would read as bound and later commands would
+    // call through whatever it held. It goes back, and the effect runs
+    // unbound with no global data.
+    if (out_data->global_data != nullptr) in_data->utils->host_dispose_handle(out_data->global_data);
+    out_data->global_data = nullptr;
+    return PF_Err_NONE;
   }
+  std::memset(binding, 0, sizeof *binding);
+  BindLibrary(*binding);
   UnlockBinding(in_data, out_data->global_data);
   return PF_Err_NONE;
 }

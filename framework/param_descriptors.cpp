@@ -26,8 +26,11 @@ Param_Popup_Menu::Param_Popup_Menu(PF_InData* in_data, const char* name, A_long 
 void Param_Popup_Menu::SetItems(const char* items) {
   in_data_->utils->ansi.strcpy(items_, items);
   definition_.u.pd.u.namesptr = items_;
+  // Counted in the given text, not in the copy: a host whose strcpy fails
+  // loses the item names but the popup keeps its number of choices, so its
+  // default never lies beyond them.
   A_short choices = 1;
-  for (const char* c = items_; *c != '\0'; ++c) {
+  for (const char* c = items; *c != '\0'; ++c) {
     if (*c == '|') ++choices;
   }
   definition_.u.pd.num_choices = choices;
