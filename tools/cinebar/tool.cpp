@@ -105,7 +105,8 @@ int Demo(const Options& options, Console& console) {
                             (about.version ? VersionText(*about.version) : "") + " - presets on a " +
                             std::to_string(kChartWidth) + "x" + std::to_string(kChartHeight) + " test chart";
   WritePng(dir + "/contact-sheet.png", MakeContactSheet(tiles, kSheetColumns, title));
-  console.out << "wrote the test chart, " << written - 1 << " previews and the contact sheet to " << dir << "\n";
+  console.out << "wrote the test chart, " << written - 1 << " previews and the contact sheet to " << dir
+              << "\n";
   return kExitOk;
 }
 
@@ -187,8 +188,7 @@ int RunTool(const std::vector<std::string>& args, Console& console) {
     return Info(options, console);
   } catch (const ToolError& e) {
     if (console.err_is_terminal) console.err << "\r\x1b[K";
-    console.err << "cinebar: " << e.what() << "\n";
-    if (e.code() == kExitUsage) console.err << "Try 'cinebar --help'.\n";
+    console.err << "cinebar: " << e.what() << (e.code() == kExitUsage ? " (see cinebar --help)" : "") << "\n";
     return e.code();
   } catch (const std::exception& e) {
     console.err << "cinebar: " << e.what() << "\n";
