@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Main job: builds the Windows module dist/KSCinebar.aex (MinGW-w64 cross
 # build, preset win64) and the release made from it: the installer, the zip
-# bundle and SHA256SUMS in dist/. Installs missing build packages first when
-# run as root.
+# bundle and SHA256SUMS in dist/. Then builds the command-line tool natively
+# (preset native-release) and renders the preview images and the contact
+# sheet into dist/previews/ with `cinebar demo`. Installs missing build
+# packages first when run as root.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/deps.sh
@@ -26,3 +28,10 @@ fi
 (cd dist && sha256sum --check --quiet SHA256SUMS)
 echo "Release files, checked against dist/SHA256SUMS:"
 sed -E 's/^[0-9a-f]{64}  /  dist\//' dist/SHA256SUMS
+
+# Previews: every preset in both render modes on a test chart, through the
+# native build of the same module and the simulated host.
+cmake --preset native-release
+cmake --build --preset native-release --target cinebar
+build/native-release/tools/cinebar/cinebar demo --out dist/previews
+echo "Previews: dist/previews/ (contact sheet: dist/previews/contact-sheet.png)"
