@@ -20,6 +20,23 @@ for preset in "${presets[@]}"; do
   fi
 done
 
+# ---- Beyond ctest: a short run of every fuzz target (fuzz/run-short.sh, its
+# own clang build in build/fuzz) and the long life cycle under valgrind's
+# memcheck (tests/lifecycle/valgrind.sh, a build without sanitizers in
+# build/valgrind). Each prints a few lines and fails on any finding.
+extra_checks=("fuzz:fuzz/run-short.sh" "valgrind:tests/lifecycle/valgrind.sh")
+extra_results=()
+for check in "${extra_checks[@]}"; do
+  name="${check%%:*}"
+  echo "=== ${name} ==="
+  if "./${check#*:}"; then
+    extra_results+=("${name}: passed")
+  else
+    extra_results+=("${name}: FAILED")
+    failed=1
+  fi
+done
+
 echo
 echo "=== Summary ==="
 total_passed=0
@@ -37,6 +54,7 @@ for preset in "${presets[@]}"; do
   total_failed=$((total_failed + n_failed))
   total_passed=$((total_passed + n_total - n_failed))
 done
+printf '%s\n' "${extra_results[@]}"
 echo "all: ${total_passed} passed, ${total_failed} failed"
 if [ "$failed" -ne 0 ] || [ "$total_failed" -ne 0 ]; then
   exit 1
