@@ -4,6 +4,7 @@
 // medians when the runs are repeated). On a shared machine run e.g.
 //   cinebar_bench_pixels --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -91,6 +92,7 @@ BENCHMARK(BM_Memcpy)->Apply(Sizes);
 // Prints the usual console output, then host rate / library rate per size.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
+  RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {

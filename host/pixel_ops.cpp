@@ -90,6 +90,12 @@ PixelProblem CopyRect(const PF_LayerDef& src, PF_LayerDef& dst, const PF_Rect* s
   const std::int64_t bpp = deep ? 8 : 4;
   const std::size_t row_bytes = static_cast<std::size_t>((dx1 - dx0) * bpp);
   if (src.data != dst.data) {
+    // Whole rows of unpadded worlds lie end to end: one copy moves them all.
+    if (src.rowbytes == dst.rowbytes && static_cast<std::size_t>(src.rowbytes) == row_bytes) {
+      std::memcpy(PixelAt(dst, d.left + dx0, d.top + dy0, bpp), PixelAt(src, s.left + dx0, s.top + dy0, bpp),
+                  row_bytes * static_cast<std::size_t>(dy1 - dy0));
+      return {};
+    }
     for (std::int64_t dy = dy0; dy < dy1; ++dy) {
       std::memcpy(PixelAt(dst, d.left + dx0, d.top + dy, bpp), PixelAt(src, s.left + dx0, s.top + dy, bpp),
                   row_bytes);
