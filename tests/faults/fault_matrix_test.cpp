@@ -199,6 +199,9 @@ const std::vector<Row> kRows = {
     {Cmd::kParamsSetup, kNone, kNone, kOk, kNoMsg, false, Out::kAllParams, 0, 0, 1},
     {Cmd::kParamsSetup, F("host_lock_handle"), kNone, kOk, kNoMsg, false, Out::kAllParams, 0, 0, 0},
     {Cmd::kParamsSetup, F("host_unlock_handle"), kNone, kOk, kNoMsg, false, Out::kAllParams, 0, 0, 0},
+    // The header refused: the four controls still come, num_params still says six, and the host
+    // notes that six is one more than it holds; were it to apply the effect, the controls would sit
+    // one index lower than the module reads them, so the matrix applies none.
     {Cmd::kParamsSetup, F("add_param", 1), kNone, kOk, kNoMsg, false, Out::kHeaderRefused, 0, 0, 2},
     {Cmd::kParamsSetup, F("add_param", 2), kNone, kRefusal, kNoMsg, false, Out::kParamsStopped, 0, 0, 1},
     {Cmd::kParamsSetup, F("add_param", 3), kNone, kRefusal, kNoMsg, false, Out::kParamsStopped, 0, 0, 1},
