@@ -143,17 +143,24 @@ constexpr int kSlotWorldTransform1 = SlotOf("PF World Transform Suite", 1);
 static_assert(kSlotParamUtils3 >= 0 && kSlotHandle2 >= 0 && kSlotFillMatte2 >= 0 && kSlotWorldTransform1 >= 0,
               "every suite the module uses has a released slot");
 
+int LowestBit(uint64_t bits) { return __builtin_ctzll(bits); }  // bits is never 0 here
+
+static_assert(HostSuiteCache::kSlotCount <= 128, "two words of fill bits");
+
 }  // namespace
 
 const HostSuiteCache::SuitePair* const HostSuiteCache::kPairs = kPairTable;
 
-HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), slots_{} {
+HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), slots_{}, filled_{} {
   if (broker_ == nullptr) MissingSuite(*this);
 }
 
 HostSuiteCache::~HostSuiteCache() {
-  for (int slot = 0; slot < kReleasedPairCount; ++slot) {
-    if (slots_[slot] != nullptr) broker_->ReleaseSuite(kPairs[slot].name, kPairs[slot].version);
+  for (int word = 0; word < 2; ++word) {
+    for (uint64_t bits = filled_[word]; bits != 0; bits &= bits - 1) {
+      const int slot = word * 64 + LowestBit(bits);
+      if (slot < kReleasedPairCount) broker_->ReleaseSuite(kPairs[slot].name, kPairs[slot].version);
+    }
   }
 }
 
@@ -167,6 +174,7 @@ void* HostSuiteCache::Fetch(int slot) {
       broker_ != nullptr ? broker_->AcquireSuite(kPairs[slot].name, kPairs[slot].version, &suite) : 1;
   if (error != 0 || suite == nullptr) MissingSuite(*this);
   slots_[slot] = const_cast<void*>(suite);
+  if (suite != nullptr) filled_[slot / 64] |= uint64_t{1} << (slot % 64);
   return slots_[slot];
 }
 

@@ -4,6 +4,8 @@
 // is destroyed, also while an exception passes.
 #pragma once
 
+#include <cstdint>
+
 #include "hostapi/ae_effect.h"
 
 class HostSuiteCache {
@@ -38,4 +40,8 @@ class HostSuiteCache {
 
   SPBasicSuite* broker_;
   void* slots_[kSlotCount];
+  // Which slots hold a suite, one bit each: a handler's cache lives for one
+  // command, so release walks the filled slots only (in slot order, which is
+  // the release order) instead of testing all of them on every frame.
+  uint64_t filled_[2];
 };
