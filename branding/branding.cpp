@@ -45,8 +45,9 @@ BrandingBinding* LockBinding(PF_InData* in_data, PF_Handle handle) {
   return static_cast<BrandingBinding*>(in_data->utils->host_lock_handle(handle));
 }
 
-void UnlockBinding(PF_InData* in_data, PF_Handle handle) {
-  if (handle != nullptr) in_data->utils->host_unlock_handle(handle);
+// Only a lock that was granted is given back.
+void UnlockBinding(PF_InData* in_data, PF_Handle handle, const BrandingBinding* binding) {
+  if (binding != nullptr) in_data->utils->host_unlock_handle(handle);
 }
 
 void FillVersion(BrandingIdentity& identity) {
@@ -111,7 +112,7 @@ PF_Err LoadBranding(PF_InData* in_data, PF_OutData* out_data) {
   }
   std::memset(binding, 0, sizeof *binding);
   BindLibrary(*binding);
-  UnlockBinding(in_data, out_data->global_data);
+  UnlockBinding(in_data, out_data->global_data, binding);
   return PF_Err_NONE;
 }
 
@@ -158,7 +159,7 @@ PF_Err HandleHeaderEvent(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* 
     error = Call<Sigil_HandleEventFn>(binding->handle_event, PF_Err{PF_Err_NONE}, binding->reference, in_data,
                                       out_data, params, output, extra);
   }
-  UnlockBinding(in_data, in_data->global_data);
+  UnlockBinding(in_data, in_data->global_data, binding);
   *handled = true;
   return error;
 }
@@ -170,7 +171,7 @@ bool ShowBrandedAbout(PF_InData* in_data, PF_OutData*) {
   BrandingBinding* binding = LockBinding(in_data, in_data->global_data);
   // The about box is the one entry tested before use.
   if (binding == nullptr || binding->library == nullptr || binding->show_about_box == nullptr) {
-    UnlockBinding(in_data, in_data->global_data);
+    UnlockBinding(in_data, in_data->global_data, binding);
     return false;
   }
 
@@ -190,7 +191,7 @@ bool ShowBrandedAbout(PF_InData* in_data, PF_OutData*) {
   build.build_number = kBuildNumber;
 
   Entry<Sigil_ShowAboutBoxFn>(binding->show_about_box)(main_window, &identity, &build);
-  UnlockBinding(in_data, in_data->global_data);
+  UnlockBinding(in_data, in_data->global_data, binding);
   return true;
 }
 

@@ -184,9 +184,10 @@ constexpr PF_Err kOk = PF_Err_NONE, kNoMem = PF_Err_OUT_OF_MEMORY, kNoSuite = 13
 
 // Failing host calls are thrown and returned as they are; a refused suite is
 // 13 with its name where the command needs it; a missing handle is out of
-// memory; sprintf and strcpy failures cost only text; the header's refusal,
-// register_ui, get_platform_data, PF_UpdateParamUI in the UI update and every
-// failure during an event never reach the host.
+// memory; sprintf and strcpy failures cost only text; the header's refusal is
+// returned once the controls are added; register_ui, get_platform_data,
+// PF_UpdateParamUI in the UI update and every failure during an event never
+// reach the host.
 const std::vector<Row> kRows = {
     // cmd, fault, also, result, message, display, out, live, forgotten, misuse
     {Cmd::kGlobalSetup, kNone, kNone, kOk, kNoMsg, false, Out::kGlobalData, 1, 0, 0},
@@ -199,10 +200,9 @@ const std::vector<Row> kRows = {
     {Cmd::kParamsSetup, kNone, kNone, kOk, kNoMsg, false, Out::kAllParams, 0, 0, 1},
     {Cmd::kParamsSetup, F("host_lock_handle"), kNone, kOk, kNoMsg, false, Out::kAllParams, 0, 0, 0},
     {Cmd::kParamsSetup, F("host_unlock_handle"), kNone, kOk, kNoMsg, false, Out::kAllParams, 0, 0, 0},
-    // The header refused: the four controls still come, num_params still says six, and the host
-    // notes that six is one more than it holds; were it to apply the effect, the controls would sit
-    // one index lower than the module reads them, so the matrix applies none.
-    {Cmd::kParamsSetup, F("add_param", 1), kNone, kOk, kNoMsg, false, Out::kHeaderRefused, 0, 0, 2},
+    // The header refused: the four controls still come without the custom UI, and the refusal is
+    // returned, so the host never applies an effect whose controls sit one index low.
+    {Cmd::kParamsSetup, F("add_param", 1), kNone, kRefusal, kNoMsg, false, Out::kHeaderRefused, 0, 0, 1},
     {Cmd::kParamsSetup, F("add_param", 2), kNone, kRefusal, kNoMsg, false, Out::kParamsStopped, 0, 0, 1},
     {Cmd::kParamsSetup, F("add_param", 3), kNone, kRefusal, kNoMsg, false, Out::kParamsStopped, 0, 0, 1},
     {Cmd::kParamsSetup, F("add_param", 4), kNone, kRefusal, kNoMsg, false, Out::kParamsStopped, 0, 0, 1},
@@ -297,14 +297,13 @@ const std::vector<Row> kRows = {
     {Cmd::kRender16Transparent, F("fill16", 2), kNone, kRefusal, kNoMsg, false, Out::kNothing, 0, 0, 0},
 
     {Cmd::kEvent, kNone, kNone, kOk, kNoMsg, false, Out::kNothing, 0, 0, 0},
-    // The binding is unlocked also when its lock failed; the lock that the header's unlock left
-    // on the handle absorbs it, so the host notices nothing here (the about box below has no such lock).
+    // A lock that failed is not given back.
     {Cmd::kEvent, F("host_lock_handle"), kNone, kOk, kNoMsg, false, Out::kNothing, 0, 0, 0},
     {Cmd::kEvent, F("host_unlock_handle"), kNone, kOk, kNoMsg, false, Out::kNothing, 0, 0, 0},
 
     {Cmd::kAbout, kNone, kNone, kOk, kAbout, false, Out::kAboutText, 0, 0, 0},
     {Cmd::kAbout, F("get_platform_data"), kNone, kOk, kAbout, false, Out::kAboutText, 0, 0, 0},
-    {Cmd::kAbout, F("host_lock_handle"), kNone, kOk, kAbout, false, Out::kAboutText, 0, 0, 1},
+    {Cmd::kAbout, F("host_lock_handle"), kNone, kOk, kAbout, false, Out::kAboutText, 0, 0, 0},
     {Cmd::kAbout, F("host_unlock_handle"), kNone, kOk, kAbout, false, Out::kAboutText, 0, 0, 0},
 };
 
