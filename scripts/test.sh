@@ -23,8 +23,11 @@ done
 # ---- Beyond ctest: a short run of every fuzz target (fuzz/run-short.sh, its
 # own clang build in build/fuzz) and the long life cycle under valgrind's
 # memcheck (tests/lifecycle/valgrind.sh, a build without sanitizers in
-# build/valgrind). Each prints a few lines and fails on any finding.
-extra_checks=("fuzz:fuzz/run-short.sh" "valgrind:tests/lifecycle/valgrind.sh")
+# build/valgrind), and two clean builds of the committed release compared byte
+# for byte (scripts/check-reproducible.sh). Each prints a few lines and fails
+# on any finding.
+extra_checks=("fuzz:fuzz/run-short.sh" "valgrind:tests/lifecycle/valgrind.sh"
+              "reproducible:scripts/check-reproducible.sh")
 extra_results=()
 for check in "${extra_checks[@]}"; do
   name="${check%%:*}"
