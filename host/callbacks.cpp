@@ -120,58 +120,56 @@ struct HostCallbacks {
     return r.handle;
   }
 
-  static void* LockHandle(const char* fn, PF_Handle handle) {
+  // Opens the log record of a call on an existing handle. Null when there is
+  // no current host or the fault plan fails the call (the caller then answers
+  // as a failing host would).
+  static CallRecord* BeginOnHandle(const char* fn, PF_Handle handle, Host** host) {
     Host* h = Get(fn);
     if (h == nullptr) return nullptr;
     CallRecord& r = h->Begin(fn, PtrText(handle));
     r.handle = handle;
     Fault f;
     if (h->Faulted(fn, r, &f)) return nullptr;
+    *host = h;
+    return &r;
+  }
+
+  // The handle store's answer: a problem text is a misuse the host notes.
+  static bool Noted(Host& h, const char* fn, const std::string& problem) {
+    if (!problem.empty()) h.HostError(std::string(fn) + ": " + problem);
+    return !problem.empty();
+  }
+
+  static void* LockHandle(const char* fn, PF_Handle handle) {
+    Host* h = nullptr;
+    if (BeginOnHandle(fn, handle, &h) == nullptr) return nullptr;
     void* block = nullptr;
-    const std::string problem = h->handles_.Lock(handle, &block);
-    if (!problem.empty()) h->HostError(std::string(fn) + ": " + problem);
+    Noted(*h, fn, h->handles_.Lock(handle, &block));
     return block;
   }
 
   static void UnlockHandle(const char* fn, PF_Handle handle) {
-    Host* h = Get(fn);
-    if (h == nullptr) return;
-    CallRecord& r = h->Begin(fn, PtrText(handle));
-    r.handle = handle;
-    Fault f;
-    if (h->Faulted(fn, r, &f)) return;
-    const std::string problem = h->handles_.Unlock(handle);
-    if (!problem.empty()) h->HostError(std::string(fn) + ": " + problem);
+    Host* h = nullptr;
+    if (BeginOnHandle(fn, handle, &h) == nullptr) return;
+    Noted(*h, fn, h->handles_.Unlock(handle));
   }
 
   static void DisposeHandle(const char* fn, PF_Handle handle) {
-    Host* h = Get(fn);
-    if (h == nullptr) return;
-    CallRecord& r = h->Begin(fn, PtrText(handle));
-    r.handle = handle;
-    Fault f;
-    if (h->Faulted(fn, r, &f)) return;
-    const std::string problem = h->handles_.Dispose(handle);
-    if (!problem.empty()) {
-      h->HostError(std::string(fn) + ": " + problem);
-      return;
-    }
+    Host* h = nullptr;
+    if (BeginOnHandle(fn, handle, &h) == nullptr) return;
+    if (Noted(*h, fn, h->handles_.Dispose(handle))) return;
     auto& forgotten = h->forgotten_;
     forgotten.erase(std::remove(forgotten.begin(), forgotten.end(), handle), forgotten.end());
   }
 
   static A_HandleSize HandleSize(const char* fn, PF_Handle handle) {
-    Host* h = Get(fn);
-    if (h == nullptr) return 0;
-    CallRecord& r = h->Begin(fn, PtrText(handle));
-    r.handle = handle;
-    Fault f;
-    if (h->Faulted(fn, r, &f)) return 0;
+    Host* h = nullptr;
+    CallRecord* r = BeginOnHandle(fn, handle, &h);
+    if (r == nullptr) return 0;
     A_HandleSize size = 0;
-    const std::string problem = h->handles_.Size(handle, &size);
-    if (!problem.empty()) h->HostError(std::string(fn) + ": " + problem);
-    r.result = static_cast<long long>(size);
-    r.size = size;
+    Noted(*h, fn, h->handles_.Size(handle, &size));
+    r->result = static_cast<long long>(size);
+    r->size = size;
     return size;
   }
 
