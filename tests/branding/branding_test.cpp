@@ -12,17 +12,12 @@
 #include "host/sim_host.h"
 #include "platform/platform.h"
 #include "tests/fixtures/branding_double.h"
+#include "tests/fixtures/the_module.h"
 
 namespace {
 
 using cinebar_simhost::Host;
-using cinebar_simhost::Module;
 using cinebar_simhost::World;
-
-Module& TheModule() {
-  static Module module(CINEBAR_MODULE_PATH);
-  return module;
-}
 
 std::filesystem::path InstalledLibraryPath() {
   char folder[cinebar_platform::kMaxPath] = {};

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/sim_host.h"
+#include "tests/fixtures/the_module.h"
 
 namespace {
 
@@ -14,15 +15,9 @@ using cinebar_simhost::Fault;
 using cinebar_simhost::Host;
 using cinebar_simhost::Instance;
 using cinebar_simhost::kFreshHandleByte;
-using cinebar_simhost::Module;
 using cinebar_simhost::World;
 
 constexpr A_long kRender = 2, kPreset = 3, kRatio = 4, kColor = 5;
-
-Module& TheModule() {
-  static Module module(CINEBAR_MODULE_PATH);
-  return module;
-}
 
 class Controls : public ::testing::Test {
  protected:

@@ -9,6 +9,7 @@
 
 #include "host/sim_host.h"
 #include "tests/effect/worked_frames.h"
+#include "tests/fixtures/the_module.h"
 
 namespace {
 
@@ -16,16 +17,10 @@ using cinebar_simhost::AcquireKey;
 using cinebar_simhost::Fault;
 using cinebar_simhost::Host;
 using cinebar_simhost::Instance;
-using cinebar_simhost::Module;
 using cinebar_simhost::World;
 
 constexpr A_long kRender = 2, kRatio = 4, kColor = 5;
 constexpr A_long kRowPadding = 12;  // bytes beyond each row, guarded by the host
-
-Module& TheModule() {
-  static Module module(CINEBAR_MODULE_PATH);
-  return module;
-}
 
 using Frame = WorkedFrame;
 

@@ -7,20 +7,15 @@
 #include <string>
 
 #include "host/sim_host.h"
+#include "tests/fixtures/the_module.h"
 
 namespace {
 
 using cinebar_simhost::Host;
-using cinebar_simhost::Module;
 using cinebar_simhost::World;
 
 constexpr A_u_long kVersion = 0x0008E600;
 constexpr PF_OutFlags kOutFlags = 0x02008401;
-
-Module& TheModule() {
-  static Module module(CINEBAR_MODULE_PATH);
-  return module;
-}
 
 class ModuleCommands : public ::testing::Test {
  protected:
