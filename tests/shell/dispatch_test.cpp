@@ -25,37 +25,20 @@ void Reached(const char* name) {
   if (g_handler_body) g_handler_body();
 }
 
+// Each handler only notes that it was reached (and what its kind returns).
 const CommandHandlers kRecordingHandlers = {
-    [](PF_InData*, PF_OutData*) {
-      Reached("show_branded_about");
-      return true;
-    },
-    [](PF_InData*, PF_OutData*) {
-      Reached("load_branding");
-      return PF_Err{0};
-    },
-    [](PF_InData*, PF_OutData*) {
-      Reached("unload_branding");
-      return PF_Err{0};
-    },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*) { Reached("params_setup"); },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*) { Reached("sequence_setup"); },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*) { Reached("sequence_resetup"); },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*) { Reached("empty_command"); },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*) { Reached("sequence_setdown"); },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*) { Reached("render"); },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*, const PF_UserChangedParamExtra*) {
-      Reached("user_changed_param");
-    },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[]) {
-      Reached("update_params_ui");
-      return PF_Err{0};
-    },
-    [](PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*, PF_EventExtra*, bool* handled) {
-      Reached("handle_event");
-      *handled = true;
-      return PF_Err{99};  // never reaches the host
-    },
+    [](auto...) { return Reached("show_branded_about"), true; },
+    [](auto...) { return Reached("load_branding"), PF_Err{0}; },
+    [](auto...) { return Reached("unload_branding"), PF_Err{0}; },
+    [](auto...) { Reached("params_setup"); },
+    [](auto...) { Reached("sequence_setup"); },
+    [](auto...) { Reached("sequence_resetup"); },
+    [](auto...) { Reached("empty_command"); },
+    [](auto...) { Reached("sequence_setdown"); },
+    [](auto...) { Reached("render"); },
+    [](auto...) { Reached("user_changed_param"); },
+    [](auto...) { return Reached("update_params_ui"), PF_Err{0}; },
+    [](auto...) { return Reached("handle_event"), PF_Err{99}; },  // never reaches the host
 };
 
 PF_Err RecordingEntry(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
