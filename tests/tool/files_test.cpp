@@ -1,104 +1,77 @@
-// Files the tool cannot use: the exit code, one line on stderr, and no output
-// file (not even a partial or temporary one) left behind.
+// Files and sequences of frames: what the tool leaves for each set of inputs
+// and outputs. A file it cannot use gives the exit code and one line on
+// stderr, and no output file (not even a partial or temporary one); a
+// sequence renders every frame under its name and stops at a bad one.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <ostream>
 
 #include "tool_fixture.h"
+#include "tools/cinebar/image.h"
 
 namespace cinebar_tool_test {
 namespace {
 
 struct FileCase {
   const char* name;
-  // Prepares the folder; returns {IN, OUT} relative to it.
-  std::pair<std::string, std::string> (*prepare)(ToolTest& test, const std::string& dir);
+  // Set up in order: "x/" a folder; "x.png" a picture, except that names with
+  // "bad" hold text, "cut" a picture cut short, "empty" nothing; others text.
+  const char* files;
+  const char* in_out;
   int code;
+  const char* folder;  // holds exactly `left` afterwards
+  const char* left;
 };
 void PrintTo(const FileCase& c, std::ostream* out) { *out << c.name; }
 
-void Good(const std::string& dir) { cinebar_tool::WritePng(dir + "/in.png", PatternImage(40, 30, false)); }
+class FilesLeft : public ToolTest, public ::testing::WithParamInterface<FileCase> {};
 
-const FileCase kFileCases[] = {
-    {"missing_input",
-     [](ToolTest&, const std::string&) {
-       return std::make_pair(std::string("nothing.png"), std::string("out.png"));
-     },
-     3},
-    {"text_named_png",
-     [](ToolTest&, const std::string& dir) {
-       std::ofstream(dir + "/in.png") << "not a picture\n";
-       return std::make_pair(std::string("in.png"), std::string("out.png"));
-     },
-     3},
-    {"empty_file",
-     [](ToolTest&, const std::string& dir) {
-       std::ofstream(dir + "/in.png").flush();
-       return std::make_pair(std::string("in.png"), std::string("out.png"));
-     },
-     3},
-    {"cut_short_png",
-     [](ToolTest&, const std::string& dir) {
-       Good(dir);
-       EXPECT_EQ(truncate((dir + "/in.png").c_str(), 100), 0);
-       return std::make_pair(std::string("in.png"), std::string("out.png"));
-     },
-     3},
-    {"output_folder_missing",
-     [](ToolTest&, const std::string& dir) {
-       Good(dir);
-       return std::make_pair(std::string("in.png"), std::string("no/such/folder/out.png"));
-     },
-     5},
-    {"output_folder_is_a_file",
-     [](ToolTest&, const std::string& dir) {
-       Good(dir);
-       std::ofstream(dir + "/plain") << "x";
-       return std::make_pair(std::string("in.png"), std::string("plain/out.png"));
-     },
-     5},
-    {"output_is_a_folder",
-     [](ToolTest&, const std::string& dir) {
-       Good(dir);
-       EXPECT_EQ(mkdir((dir + "/taken").c_str(), 0777), 0);
-       return std::make_pair(std::string("in.png"), std::string("taken"));
-     },
-     2},
-    {"empty_input_folder",
-     [](ToolTest&, const std::string& dir) {
-       EXPECT_EQ(mkdir((dir + "/frames").c_str(), 0777), 0);
-       return std::make_pair(std::string("frames"), std::string("rendered"));
-     },
-     3},
-};
-
-class FileErrors : public ToolTest, public ::testing::WithParamInterface<FileCase> {};
-
-TEST_P(FileErrors, ExitCodeOneLineAndNoOutputLeft) {
-  const auto [in, out] = GetParam().prepare(*this, dir_);
-  const std::vector<std::string> before = Files();
-  const Outcome outcome = Run({"render", Path(in), Path(out)});
-  EXPECT_EQ(outcome.code, GetParam().code) << outcome.err;
-  EXPECT_TRUE(OneLineError(outcome));
-  EXPECT_EQ(Files(), before);
+TEST_P(FilesLeft, ExitCodeMessageAndTheFilesLeft) {
+  const FileCase& c = GetParam();
+  for (const std::string& name : Words(c.files)) {
+    const auto has = [&](const char* part) { return name.find(part) != std::string::npos; };
+    if (name.back() == '/') {
+      std::filesystem::create_directory(name);
+    } else if (has(".png") && !has("bad") && !has("empty")) {
+      WritePattern(name, 48, 27);
+      if (has("cut")) std::filesystem::resize_file(name, 100);
+    } else {
+      std::ofstream(name) << (has("empty") ? "" : "not a picture");
+    }
+  }
+  const Outcome outcome = Run(Words(std::string("render ") + c.in_out + " --preset 2.35"));
+  EXPECT_EQ(outcome.code, c.code) << outcome.err;
+  EXPECT_EQ(Files(c.folder), Words(c.left));
+  if (c.code != 0) {
+    EXPECT_TRUE(OneLineError(outcome));
+    return;
+  }
+  for (const std::string& name : Words(c.left))  // a bar, where the input is transparent
+    EXPECT_EQ(cinebar_tool::ReadPng(std::string(c.folder) + "/" + name).at(0, 0)[3], 255) << name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, FileErrors, ::testing::ValuesIn(kFileCases));
-
-TEST_F(ToolTest, ABadFrameStopsTheSequenceAfterTheFramesBeforeIt) {
-  ASSERT_EQ(mkdir(Path("frames").c_str(), 0777), 0);
-  cinebar_tool::WritePng(Path("frames/a.png"), PatternImage(40, 30, false));
-  WriteText("frames/b.png", "not a picture");
-  cinebar_tool::WritePng(Path("frames/c.png"), PatternImage(40, 30, false));
-  const Outcome outcome = Run({"render", Path("frames"), Path("rendered")});
-  EXPECT_EQ(outcome.code, 3);
-  EXPECT_TRUE(OneLineError(outcome));
-  EXPECT_NE(outcome.err.find("b.png"), std::string::npos) << outcome.err;
-  EXPECT_EQ(Files("rendered"), std::vector<std::string>{"a.png"});
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cases, FilesLeft,
+    ::testing::Values(
+        FileCase{"missing_input", "", "in.png out.png", 3, ".", ""},
+        FileCase{"text_named_png", "bad.png", "bad.png out.png", 3, ".", "bad.png"},
+        FileCase{"empty_file", "empty.png", "empty.png out.png", 3, ".", "empty.png"},
+        FileCase{"cut_short_png", "cut.png", "cut.png out.png", 3, ".", "cut.png"},
+        FileCase{"empty_input_folder", "frames/", "frames rendered", 3, ".", "frames"},
+        FileCase{"output_folder_missing", "in.png", "in.png no/such/out.png", 5, ".", "in.png"},
+        FileCase{"output_folder_is_a_file", "in.png plain", "in.png plain/out.png", 5, ".", "in.png plain"},
+        FileCase{"output_is_a_folder", "in.png taken/", "in.png taken", 2, ".", "in.png taken"},
+        FileCase{"output_frame_is_a_folder", "frames/ frames/a.png rendered/ rendered/a.png/",
+                 "frames rendered", 5, "rendered", "a.png"},
+        FileCase{"folder", "frames/ frames/shot_a.png frames/shot_b.png frames/notes.txt", "frames rendered",
+                 0, "rendered", "shot_a.png shot_b.png"},
+        FileCase{"numbered", "in_007.png in_008.png in_010.png in_9.png", "in_%03d.png out/frame_%04d.png", 0,
+                 "out", "frame_0007.png frame_0008.png frame_0010.png"},
+        FileCase{"bad_frame_stops", "frames/ frames/a.png frames/b_bad.png frames/c.png", "frames rendered",
+                 3, "rendered", "a.png"}));
 
 }  // namespace
 }  // namespace cinebar_tool_test

@@ -1,97 +1,73 @@
 #include "tool_fixture.h"
 
-#include <dirent.h>
 #include <png.h>
-#include <unistd.h>
+#include <stdlib.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
+#include <filesystem>
+#include <iterator>
 #include <sstream>
 
 #include "tools/cinebar/tool.h"
+
+namespace fs = std::filesystem;
 
 namespace cinebar_tool_test {
 
 void ToolTest::SetUp() {
   std::string pattern = ::testing::TempDir() + "cinebar-tool-XXXXXX";
   ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+  home_ = fs::current_path();
   dir_ = pattern;
+  fs::current_path(dir_);
 }
 
 void ToolTest::TearDown() {
-  const std::string command = "rm -rf '" + dir_ + "'";
-  if (!dir_.empty()) {
-    EXPECT_EQ(std::system(command.c_str()), 0);
-  }
+  if (dir_.empty()) return;
+  fs::current_path(home_);
+  fs::remove_all(dir_);
 }
 
 Outcome ToolTest::Run(std::vector<std::string> args) {
-  args.push_back("--module");
-  args.push_back(CINEBAR_MODULE_PATH);
+  args.insert(args.end(), {"--module", CINEBAR_MODULE_PATH});
   std::ostringstream out, err;
   cinebar_tool::Console console{out, err, false, "", nullptr};
-  Outcome outcome;
-  outcome.code = cinebar_tool::RunTool(args, console);
-  outcome.out = out.str();
-  outcome.err = err.str();
-  return outcome;
+  const int code = cinebar_tool::RunTool(args, console);
+  return Outcome{code, out.str(), err.str()};
 }
 
-std::vector<std::string> ToolTest::Files(const std::string& sub) const {
+std::vector<std::string> ToolTest::Files(const std::string& folder) {
   std::vector<std::string> names;
-  DIR* dir = opendir((sub.empty() ? dir_ : Path(sub)).c_str());
-  if (dir == nullptr) return names;
-  while (const dirent* entry = readdir(dir)) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
-  }
-  closedir(dir);
+  std::error_code missing;
+  for (const auto& entry : fs::directory_iterator(folder, missing))
+    names.push_back(entry.path().filename().string());
   std::sort(names.begin(), names.end());
   return names;
 }
 
-void ToolTest::WriteText(const std::string& name, const std::string& text) const {
-  std::ofstream(Path(name), std::ios::binary) << text;
+std::uint16_t Sample(int x, int y, int channel, bool deep) {
+  const std::uint32_t h =
+      static_cast<std::uint32_t>(x) * 2654435761u ^ static_cast<std::uint32_t>(y) * 40503u;
+  return static_cast<std::uint16_t>(deep ? (h >> (4 * channel)) & 0xFFFF : (h >> (8 * channel)) & 0xFF);
 }
 
-cinebar_tool::Image PatternImage(int width, int height, bool deep) {
-  cinebar_tool::Image image(width, height, deep);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const std::uint32_t h =
-          static_cast<std::uint32_t>(x) * 2654435761u ^ static_cast<std::uint32_t>(y) * 40503u;
-      for (int c = 0; c < 4; ++c)
-        image.at(x, y)[c] =
-            static_cast<std::uint16_t>(deep ? (h >> (4 * c)) & 0xFFFF : (h >> (8 * c)) & 0xFF);
-    }
-  }
-  return image;
-}
-
-void WriteFormatPng(const std::string& path, int width, int height, const char* layout, bool deep,
-                    const std::function<std::uint16_t(int, int, int)>& sample) {
-  png_image image;
-  std::memset(&image, 0, sizeof image);
+void WritePattern(const std::string& path, int width, int height, const std::string& layout, bool deep) {
+  png_image image{};
   image.version = PNG_IMAGE_VERSION;
   image.width = static_cast<png_uint_32>(width);
   image.height = static_cast<png_uint_32>(height);
-  const std::string kind = layout;
-  const int channels = kind == "gray" ? 1 : kind == "rgb" ? 3 : 4;
+  const int channels = layout == "gray" ? 1 : layout == "rgb" ? 3 : 4;
   image.format = (channels == 1   ? PNG_FORMAT_GRAY
                   : channels == 3 ? PNG_FORMAT_RGB
                                   : PNG_FORMAT_RGBA) |
                  (deep ? PNG_FORMAT_FLAG_LINEAR : 0u);
-  std::vector<std::uint16_t> wide(static_cast<std::size_t>(width * height * channels));
-  std::vector<std::uint8_t> narrow(wide.size());
+  std::vector<std::uint16_t> wide;
+  std::vector<std::uint8_t> narrow;
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       for (int c = 0; c < channels; ++c) {
-        const std::size_t i = static_cast<std::size_t>((y * width + x) * channels + c);
-        wide[i] = sample(x, y, c);
-        narrow[i] = static_cast<std::uint8_t>(wide[i]);
+        wide.push_back(Sample(x, y, c, deep));
+        narrow.push_back(static_cast<std::uint8_t>(wide.back()));
       }
     }
   }
@@ -99,11 +75,15 @@ void WriteFormatPng(const std::string& path, int width, int height, const char* 
   ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, buffer, 0, nullptr), 0) << image.message;
 }
 
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
+
 ::testing::AssertionResult OneLineError(const Outcome& outcome) {
   const std::string& err = outcome.err;
-  if (err.rfind("cinebar: ", 0) != 0) return ::testing::AssertionFailure() << "stderr: \"" << err << "\"";
-  if (std::count(err.begin(), err.end(), '\n') != 1 || err.back() != '\n')
-    return ::testing::AssertionFailure() << "not one line: \"" << err << "\"";
+  if (err.rfind("cinebar: ", 0) != 0 || std::count(err.begin(), err.end(), '\n') != 1 || err.back() != '\n')
+    return ::testing::AssertionFailure() << "not one line \"cinebar: ...\": \"" << err << "\"";
   return ::testing::AssertionSuccess();
 }
 

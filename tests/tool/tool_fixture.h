@@ -1,14 +1,12 @@
-// Runs `cinebar` in-process against the built module, in a fresh folder per
-// test, and reads and writes the PNG files the tests need.
+// Runs `cinebar` in-process against the built module, inside a fresh folder
+// per test, and writes input PNGs independently of the tool's own writer.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <cstdint>
 #include <string>
 #include <vector>
-
-#include "tools/cinebar/image.h"
 
 namespace cinebar_tool_test {
 
@@ -17,28 +15,28 @@ struct Outcome {
   std::string out, err;
 };
 
+// Each test runs in its own empty folder: paths are relative to it.
 class ToolTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
+  Outcome Run(std::vector<std::string> args);  // adds --module naming the built module
+  static std::vector<std::string> Files(const std::string& folder = ".");  // sorted names
 
-  // The command line with --module naming the built module.
-  Outcome Run(std::vector<std::string> args);
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-  // The names in the test's folder (or a folder in it), sorted.
-  std::vector<std::string> Files(const std::string& sub = "") const;
-  void WriteText(const std::string& name, const std::string& text) const;
-
-  std::string dir_;
+ private:
+  std::string home_, dir_;
 };
 
-// An image whose every sample depends on its position, so moved pixels show.
-cinebar_tool::Image PatternImage(int width, int height, bool deep);
+// A sample that depends on position and channel over the depth's whole range
+// (so moved pixels and lost bits show); every channel is 0 at the origin.
+std::uint16_t Sample(int x, int y, int channel, bool deep);
 
-// Writes a PNG of one channel layout with libpng's simplified interface
-// (independently of the tool's writer): "gray", "rgb" or "rgba", 8 or 16 bits.
-void WriteFormatPng(const std::string& path, int width, int height, const char* layout, bool deep,
-                    const std::function<std::uint16_t(int x, int y, int channel)>& sample);
+// Writes Sample() with libpng's simplified interface as "gray", "rgb" or "rgba".
+void WritePattern(const std::string& path, int width, int height, const std::string& layout = "rgba",
+                  bool deep = false);
+
+// The words of a text separated by spaces.
+std::vector<std::string> Words(const std::string& text);
 
 // One line on stderr, starting "cinebar: ".
 ::testing::AssertionResult OneLineError(const Outcome& outcome);
