@@ -2,7 +2,7 @@
 # building and testing Cinebar needs, and their installation when missing.
 
 CINEBAR_PACKAGES=(
-  cmake g++ git
+  cmake make gcc g++ git
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64  # the Windows module
   wine64                                                # Windows tests
   googletest libgtest-dev libbenchmark-dev              # tests and benchmarks
