@@ -1,11 +1,9 @@
 // The property list the host must find in the module, written out field by
-// field as the host reads it, and a walker that splits a property list into
-// its properties. Shared by the Windows and the native module tests.
+// field as the host reads it, and how each platform's test program reaches
+// the module's own list.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace module_test {
@@ -56,69 +54,9 @@ inline const std::vector<uint8_t>& ExpectedPiPL() {
 #undef PIPL_HEAD
 #undef PIPL_CODE
 
-constexpr size_t kExpectedPiPLSize = 314;
-constexpr uint32_t kExpectedPropertyCount = 13;
-
-struct Property {
-  std::string vendor;  // in reading order, e.g. "8BIM"
-  std::string key;     // in reading order, e.g. "kind"
-  uint32_t id = 0;
-  uint32_t length = 0;         // the length field as stored
-  size_t offset = 0;           // of the value within the list
-  std::vector<uint8_t> value;  // `length` bytes
-};
-
-struct WalkResult {
-  uint32_t declared_count = 0;
-  std::vector<Property> properties;
-  size_t end = 0;     // offset just past the last value (with padding)
-  std::string error;  // empty when the list is well formed
-};
-
-inline uint32_t ReadU32(const uint8_t* p) {
-  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-}
-
-inline std::string ReadCode(const uint8_t* p) {
-  return std::string{char(p[3]), char(p[2]), char(p[1]), char(p[0])};
-}
-
-// Walks a property list as the host does. With `round_to_4` every value is
-// taken to occupy its length rounded up to a multiple of 4; without it the
-// walk trusts the length fields alone, which goes wrong after 'eINF'.
-inline WalkResult WalkPiPL(const std::vector<uint8_t>& bytes, bool round_to_4 = true) {
-  WalkResult r;
-  if (bytes.size() < 10) {
-    r.error = "shorter than the 10-byte header";
-    return r;
-  }
-  if (bytes[0] != 1 || bytes[1] != 0) r.error = "format version is not 1";
-  r.declared_count = ReadU32(&bytes[6]);
-  size_t pos = 10;
-  for (uint32_t i = 0; i < r.declared_count; ++i) {
-    if (bytes.size() - pos < 16) {
-      r.error = "property " + std::to_string(i + 1) + " head runs past the end";
-      break;
-    }
-    Property p;
-    p.vendor = ReadCode(&bytes[pos]);
-    p.key = ReadCode(&bytes[pos + 4]);
-    p.id = ReadU32(&bytes[pos + 8]);
-    p.length = ReadU32(&bytes[pos + 12]);
-    p.offset = pos + 16;
-    const size_t occupied = round_to_4 ? (size_t(p.length) + 3) / 4 * 4 : p.length;
-    if (bytes.size() - p.offset < occupied) {
-      r.error = "property " + std::to_string(i + 1) + " value runs past the end";
-      break;
-    }
-    p.value.assign(bytes.begin() + std::ptrdiff_t(p.offset),
-                   bytes.begin() + std::ptrdiff_t(p.offset + p.length));
-    pos = p.offset + occupied;
-    r.properties.push_back(std::move(p));
-  }
-  r.end = pos;
-  if (r.error.empty() && r.end != bytes.size()) r.error = "bytes left after the last property";
-  return r;
-}
+// The property list bytes of the module at CINEBAR_MODULE_PATH: the "PiPL"
+// 16000 resource on Windows, the PiPL_16000 data export natively. Fails the
+// current test (and returns an empty list) when the module or the list is missing.
+std::vector<uint8_t> ReadModulePiPL();
 
 }  // namespace module_test

@@ -1,247 +1,133 @@
-// The Windows module file as the host sees it: loaded with LoadLibraryA, its
-// entry point, and every resource it carries with its language and layout.
+// The Windows module file as the host and the system see it: every resource
+// with its language, the version, the manifest and the bitmaps.
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <map>
 #include <set>
 #include <string>
-#include <vector>
+#include <utility>
 
-#include "module_access.h"
+#include "expected_pipl.h"
 
 namespace module_test {
 namespace {
-
-constexpr WORD kEnglishUS = 1033;
 
 HMODULE Module() {
   static HMODULE module = LoadLibraryA(CINEBAR_MODULE_PATH);
   return module;
 }
 
-std::string ResourceName(LPCSTR name) {
-  if (IS_INTRESOURCE(name)) return "#" + std::to_string(reinterpret_cast<ULONG_PTR>(name));
-  return name;
-}
-
-// The resource data of (type, name) in language 1033, or an empty list.
+// The data of resource (type, name) in English (US), or an empty list.
 std::vector<uint8_t> ReadResource(LPCSTR type, LPCSTR name) {
-  HMODULE module = Module();
-  if (!module) return {};
-  HRSRC info = FindResourceExA(module, type, name, kEnglishUS);
-  if (!info) return {};
-  HGLOBAL data = LoadResource(module, info);
-  const DWORD size = SizeofResource(module, info);
+  HRSRC info = Module() ? FindResourceExA(Module(), type, name, MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US))
+                        : nullptr;
+  HGLOBAL data = info ? LoadResource(Module(), info) : nullptr;
   const auto* p = static_cast<const uint8_t*>(data ? LockResource(data) : nullptr);
-  if (!p) return {};
-  return std::vector<uint8_t>(p, p + size);
+  return p ? std::vector<uint8_t>(p, p + SizeofResource(Module(), info)) : std::vector<uint8_t>();
 }
 
 class ModuleFile : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_NE(Module(), nullptr) << "LoadLibraryA(" << CINEBAR_MODULE_PATH << ") failed, error "
-                                 << GetLastError();
+    ASSERT_NE(Module(), nullptr) << "LoadLibraryA(" << CINEBAR_MODULE_PATH << "), error " << GetLastError();
   }
 };
 
-TEST_F(ModuleFile, ExportsEntryPointFunc) {
-  EXPECT_NE(reinterpret_cast<void*>(GetProcAddress(Module(), "EntryPointFunc")), nullptr);
+// Every resource as "type name language".
+struct Listing {
+  std::set<std::string>* all;
+  std::string prefix;
+};
+std::string Id(LPCSTR id) {
+  return IS_INTRESOURCE(id) ? "#" + std::to_string(reinterpret_cast<ULONG_PTR>(id)) : std::string(id);
 }
-
-TEST_F(ModuleFile, PropertyListIsFoundByTheNamedTypePiPL) {
-  // The host asks for type "PiPL"; resource type names match without regard to case.
-  HRSRC info = FindResourceA(Module(), MAKEINTRESOURCEA(16000), "PiPL");
-  ASSERT_NE(info, nullptr);
-  EXPECT_EQ(SizeofResource(Module(), info), 314u);
-}
-
-// Every resource: type -> name -> languages.
-using Inventory = std::map<std::string, std::map<std::string, std::set<WORD>>>;
-
 BOOL CALLBACK OnLanguage(HMODULE, LPCSTR, LPCSTR, WORD language, LONG_PTR param) {
-  reinterpret_cast<std::set<WORD>*>(param)->insert(language);
+  const auto* listing = reinterpret_cast<const Listing*>(param);
+  listing->all->insert(listing->prefix + " " + std::to_string(language));
   return TRUE;
 }
-
 BOOL CALLBACK OnName(HMODULE module, LPCSTR type, LPSTR name, LONG_PTR param) {
-  auto& names = *reinterpret_cast<std::map<std::string, std::set<WORD>>*>(param);
-  std::set<WORD>& languages = names[ResourceName(name)];
-  EnumResourceLanguagesA(module, type, name, OnLanguage, reinterpret_cast<LONG_PTR>(&languages));
-  return TRUE;
+  const auto* of_type = reinterpret_cast<const Listing*>(param);
+  Listing listing{of_type->all, of_type->prefix + " " + Id(name)};
+  return EnumResourceLanguagesA(module, type, name, OnLanguage, reinterpret_cast<LONG_PTR>(&listing));
 }
-
 BOOL CALLBACK OnType(HMODULE module, LPSTR type, LONG_PTR param) {
-  auto& inventory = *reinterpret_cast<Inventory*>(param);
-  auto& names = inventory[ResourceName(type)];
-  EnumResourceNamesA(module, type, OnName, reinterpret_cast<LONG_PTR>(&names));
-  return TRUE;
+  Listing listing{reinterpret_cast<std::set<std::string>*>(param), Id(type)};
+  return EnumResourceNamesA(module, type, OnName, reinterpret_cast<LONG_PTR>(&listing));
 }
 
-TEST_F(ModuleFile, CarriesExactlyItsResourcesAllInLanguage1033) {
-  Inventory got;
+TEST_F(ModuleFile, CarriesExactlyItsResourcesAllInEnglishUS) {
+  std::set<std::string> got;
   ASSERT_TRUE(EnumResourceTypesA(Module(), OnType, reinterpret_cast<LONG_PTR>(&got)));
-  const std::set<WORD> us{kEnglishUS};
-  const Inventory want = {
-      {"PIPL", {{"#16000", us}}},
-      {"#2",  // bitmaps
-       {{"#17833", us}, {"#17834", us}, {"#17835", us}, {"#18736", us}, {"#18737", us}}},
-      {"#16", {{"#1", us}}},  // version
-      {"#24", {{"#2", us}}},  // manifest
-  };
+  // The property list, five bitmaps (type 2), the version (16) and the manifest (24).
+  const std::set<std::string> want = {"PIPL #16000 1033", "#2 #17833 1033", "#2 #17834 1033",
+                                      "#2 #17835 1033",   "#2 #18736 1033", "#2 #18737 1033",
+                                      "#16 #1 1033",      "#24 #2 1033"};
   EXPECT_EQ(got, want);
 }
 
-// Version resource.
-
-class VersionInfo : public ModuleFile {
- protected:
-  void SetUp() override {
-    ModuleFile::SetUp();
-    DWORD ignored = 0;
-    const DWORD size = GetFileVersionInfoSizeA(CINEBAR_MODULE_PATH, &ignored);
-    ASSERT_GT(size, 0u) << "no version information, error " << GetLastError();
-    block_.resize(size);
-    ASSERT_TRUE(GetFileVersionInfoA(CINEBAR_MODULE_PATH, 0, size, block_.data()));
-  }
-  bool Query(const char* path, void** value, UINT* length) {
-    return VerQueryValueA(block_.data(), path, value, length) != 0;
-  }
-  std::vector<char> block_;
-};
-
-TEST_F(VersionInfo, FixedPartSays1_1_12_0AndDynamicLibrary) {
-  void* value = nullptr;
+TEST_F(ModuleFile, VersionIs1_1_12ForARelease) {
+  DWORD ignored = 0;
+  std::vector<char> block(GetFileVersionInfoSizeA(CINEBAR_MODULE_PATH, &ignored));
+  ASSERT_FALSE(block.empty()) << "no version information, error " << GetLastError();
+  ASSERT_TRUE(GetFileVersionInfoA(CINEBAR_MODULE_PATH, 0, DWORD(block.size()), block.data()));
   UINT length = 0;
-  ASSERT_TRUE(Query("\\", &value, &length));
-  ASSERT_GE(length, sizeof(VS_FIXEDFILEINFO));
-  const auto* f = static_cast<const VS_FIXEDFILEINFO*>(value);
-  const struct {
-    const char* field;
-    DWORD got;
-    DWORD want;
-  } rows[] = {
-      {"dwSignature", f->dwSignature, 0xFEEF04BDu},
-      {"dwFileVersionMS", f->dwFileVersionMS, (1u << 16) | 1u},
-      {"dwFileVersionLS", f->dwFileVersionLS, (12u << 16) | 0u},
-      {"dwProductVersionMS", f->dwProductVersionMS, (1u << 16) | 1u},
-      {"dwProductVersionLS", f->dwProductVersionLS, (12u << 16) | 0u},
-      {"dwFileFlagsMask", f->dwFileFlagsMask, 0x17u},
-      {"dwFileFlags", f->dwFileFlags, 0u},
-      {"dwFileOS", f->dwFileOS, 0x4u},
-      {"dwFileType", f->dwFileType, 0x2u},
-      {"dwFileSubtype", f->dwFileSubtype, 0u},
-  };
-  for (const auto& row : rows) EXPECT_EQ(row.got, row.want) << row.field;
-}
-
-TEST_F(VersionInfo, TranslationIsEnglishUSUnicode) {
-  void* value = nullptr;
-  UINT length = 0;
-  ASSERT_TRUE(Query("\\VarFileInfo\\Translation", &value, &length));
-  ASSERT_EQ(length, 4u);
-  const auto* words = static_cast<const WORD*>(value);
-  EXPECT_EQ(words[0], 0x0409);
-  EXPECT_EQ(words[1], 0x04B0);
-}
-
-TEST_F(VersionInfo, StringTableOfLanguage040904B0) {
-  const struct {
-    const char* key;
-    const char* want;
-  } rows[] = {
-      {"FileVersion", "1.1.12"},
-      {"ProductVersion", "1.1.12"},
-      {"InternalName", "KSCinebar"},
-      {"OriginalFilename", "KSCinebar.aex"},
-      {"CompanyName", "Tarnwick"},
-      {"ProductName", "Cinebar"},
-      {"FileDescription", "Cinebar aspect-ratio bars effect for After Effects"},
-  };
-  for (const auto& row : rows) {
+  const auto query = [&](const std::string& path) {
     void* value = nullptr;
-    UINT length = 0;
-    const std::string path = std::string("\\StringFileInfo\\040904B0\\") + row.key;
-    ASSERT_TRUE(Query(path.c_str(), &value, &length)) << row.key;
-    EXPECT_EQ(std::string(static_cast<const char*>(value)), row.want) << row.key;
-  }
+    return VerQueryValueA(block.data(), path.c_str(), &value, &length) ? value : nullptr;
+  };
+  const auto* fixed = static_cast<const DWORD*>(query("\\"));
+  ASSERT_TRUE(fixed != nullptr && length == sizeof(VS_FIXEDFILEINFO));
+  // Signature, structure version, file and product version 1.1.12.0, the flags
+  // mask, no flags (not a debug, pre-release or patched build), OS Windows,
+  // type DLL, no subtype, no date.
+  const std::vector<DWORD> want = {0xFEEF04BD, 0x10000, 0x10001, 0xC0000, 0x10001, 0xC0000, 0x17,
+                                   0,          0x4,     0x2,     0,       0,       0};
+  EXPECT_EQ(std::vector<DWORD>(fixed, fixed + want.size()), want);
+  const auto* translation = static_cast<const DWORD*>(query("\\VarFileInfo\\Translation"));
+  ASSERT_TRUE(translation != nullptr && length == 4);
+  EXPECT_EQ(*translation, 0x04B00409u);  // English (US), Unicode: the string table below
+  for (const auto& [key, text] :
+       {std::pair{"FileVersion", "1.1.12"}, std::pair{"ProductVersion", "1.1.12"},
+        std::pair{"InternalName", "KSCinebar"}, std::pair{"OriginalFilename", "KSCinebar.aex"},
+        std::pair{"CompanyName", "Tarnwick"}, std::pair{"ProductName", "Cinebar"},
+        std::pair{"FileDescription", "Cinebar aspect-ratio bars effect for After Effects"}})
+    EXPECT_STREQ(static_cast<const char*>(query(std::string("\\StringFileInfo\\040904B0\\") + key)), text)
+        << key;
 }
 
-// Manifest.
-
-// Names of the elements of an XML text, in document order.
-std::vector<std::string> ElementNames(const std::string& xml) {
-  std::vector<std::string> names;
-  for (size_t pos = xml.find('<'); pos != std::string::npos; pos = xml.find('<', pos + 1)) {
-    const char next = pos + 1 < xml.size() ? xml[pos + 1] : '\0';
-    if (next == '?' || next == '/' || next == '!') continue;
-    const size_t end = xml.find_first_of(" \t\r\n/>", pos + 1);
-    names.push_back(xml.substr(pos + 1, end == std::string::npos ? std::string::npos : end - pos - 1));
-  }
-  return names;
-}
-
-TEST_F(ModuleFile, ManifestOnlyRequestsToRunAsInvoker) {
+TEST_F(ModuleFile, ManifestAsksToRunAsInvoker) {
   const std::vector<uint8_t> data = ReadResource(MAKEINTRESOURCEA(24), MAKEINTRESOURCEA(2));
-  ASSERT_FALSE(data.empty());
   const std::string xml(data.begin(), data.end());
-  const std::vector<std::string> want = {"assembly", "trustInfo", "security", "requestedPrivileges",
-                                         "requestedExecutionLevel"};
-  EXPECT_EQ(ElementNames(xml), want);
-  for (const char* attribute : {"manifestVersion=\"1.0\"", "level=\"asInvoker\"", "uiAccess=\"false\""}) {
-    EXPECT_NE(xml.find(attribute), std::string::npos) << attribute;
-  }
+  for (const char* part : {"<requestedExecutionLevel ", "level=\"asInvoker\"", "uiAccess=\"false\""})
+    EXPECT_NE(xml.find(part), std::string::npos) << part << " in \"" << xml << "\"";
 }
 
-// Bitmaps.
-
-struct BitmapRow {
-  int id;
-  LONG width;
-  LONG height;
-  WORD bits;
-};
-
-const BitmapRow kBitmaps[] = {
-    {17833, 639, 248, 24},  {17834, 639, 248, 24},  {17835, 376, 500, 8},
-    {18736, 1028, 245, 24}, {18737, 1028, 245, 24},
-};
-
-TEST_F(ModuleFile, BitmapsHaveTheirSizesAndDepths) {
-  for (const BitmapRow& row : kBitmaps) {
+TEST_F(ModuleFile, BitmapsHaveTheirSizesAndDepthsAndDecode) {
+  const struct {
+    int id;
+    LONG width, height;
+    WORD bits;
+  } rows[] = {{17833, 639, 248, 24},
+              {17834, 639, 248, 24},
+              {17835, 376, 500, 8},
+              {18736, 1028, 245, 24},
+              {18737, 1028, 245, 24}};
+  for (const auto& row : rows) {
     SCOPED_TRACE("bitmap " + std::to_string(row.id));
     const std::vector<uint8_t> data = ReadResource(MAKEINTRESOURCEA(2), MAKEINTRESOURCEA(row.id));
-    ASSERT_GE(data.size(), sizeof(BITMAPINFOHEADER));
-    BITMAPINFOHEADER h;
+    BITMAPINFOHEADER h{};
+    ASSERT_GE(data.size(), sizeof h);
     memcpy(&h, data.data(), sizeof h);
-    EXPECT_EQ(h.biSize, sizeof(BITMAPINFOHEADER));
-    EXPECT_EQ(h.biWidth, row.width);
-    EXPECT_EQ(h.biHeight, row.height);
-    EXPECT_EQ(h.biPlanes, 1);
-    EXPECT_EQ(h.biBitCount, row.bits);
-    EXPECT_EQ(h.biCompression, DWORD(BI_RGB));
-    // Palette: 2^bits entries for indexed images (biClrUsed 0 means all).
-    const size_t colours = row.bits <= 8 ? (h.biClrUsed ? h.biClrUsed : (1u << row.bits)) : h.biClrUsed;
-    if (row.bits <= 8) {
-      EXPECT_GT(colours, 0u);
-      EXPECT_LE(colours, size_t(1) << row.bits);
-    }
+    EXPECT_EQ((std::vector<LONG>{LONG(h.biSize), h.biWidth, h.biHeight, h.biPlanes, h.biBitCount,
+                                 LONG(h.biCompression)}),
+              (std::vector<LONG>{LONG(sizeof h), row.width, row.height, 1, row.bits, BI_RGB}));
+    // The palette (all 2^bits colours when biClrUsed is 0), then rows padded to 4 bytes.
+    const size_t colours = h.biClrUsed ? h.biClrUsed : row.bits <= 8 ? size_t(1) << row.bits : 0;
     const size_t stride = (size_t(row.width) * row.bits / 8 + 3) / 4 * 4;
-    EXPECT_EQ(data.size(), sizeof(BITMAPINFOHEADER) + 4 * colours + stride * size_t(row.height));
-  }
-}
-
-TEST_F(ModuleFile, BitmapsDecodeThroughTheSystem) {
-  for (const BitmapRow& row : kBitmaps) {
-    SCOPED_TRACE("bitmap " + std::to_string(row.id));
+    EXPECT_EQ(data.size(), sizeof h + 4 * colours + stride * size_t(row.height));
     HANDLE image = LoadImageA(Module(), MAKEINTRESOURCEA(row.id), IMAGE_BITMAP, 0, 0, LR_CREATEDIBSECTION);
-    ASSERT_NE(image, nullptr) << "error " << GetLastError();
-    BITMAP bm;
-    ASSERT_EQ(GetObjectA(image, sizeof bm, &bm), int(sizeof bm));
-    EXPECT_EQ(bm.bmWidth, row.width);
-    EXPECT_EQ(bm.bmHeight, row.height);
-    EXPECT_EQ(bm.bmBitsPixel, row.bits);
+    EXPECT_NE(image, nullptr) << "the system does not decode it, error " << GetLastError();
     DeleteObject(image);
   }
 }
@@ -249,22 +135,9 @@ TEST_F(ModuleFile, BitmapsDecodeThroughTheSystem) {
 }  // namespace
 
 std::vector<uint8_t> ReadModulePiPL() {
-  if (!Module()) {
-    ADD_FAILURE() << "LoadLibraryA(" << CINEBAR_MODULE_PATH << ") failed, error " << GetLastError();
-    return {};
-  }
-  HRSRC info = FindResourceExA(Module(), "PiPL", MAKEINTRESOURCEA(16000), kEnglishUS);
-  if (!info) {
-    ADD_FAILURE() << "no resource \"PiPL\" 16000 in language 1033";
-    return {};
-  }
-  HGLOBAL data = LoadResource(Module(), info);
-  const auto* p = static_cast<const uint8_t*>(data ? LockResource(data) : nullptr);
-  if (!p) {
-    ADD_FAILURE() << "resource \"PiPL\" 16000 cannot be loaded";
-    return {};
-  }
-  return std::vector<uint8_t>(p, p + SizeofResource(Module(), info));
+  std::vector<uint8_t> bytes = ReadResource("PiPL", MAKEINTRESOURCEA(16000));
+  if (bytes.empty()) ADD_FAILURE() << "no resource \"PiPL\" 16000 in English (US) in " << CINEBAR_MODULE_PATH;
+  return bytes;
 }
 
 }  // namespace module_test
