@@ -28,6 +28,11 @@ bool Inside(const PF_Rect& r, A_long x, A_long y) {
   return x >= r.left && x < r.right && y >= r.top && y < r.bottom;
 }
 
+template <typename Pixel>
+bool SamePixel(const Pixel& a, const Pixel& b) {
+  return a.alpha == b.alpha && a.red == b.red && a.green == b.green && a.blue == b.blue;
+}
+
 std::string Text(const PF_Rect& r) {
   return std::to_string(r.left) + "," + std::to_string(r.top) + "," + std::to_string(r.right) + "," +
          std::to_string(r.bottom);
@@ -115,23 +120,13 @@ TEST_F(Render, WorkedRectanglesAsReceivedAndAsDrawn) {
 
         for (const auto& [x, y] : ProbePoints(f)) {
           const bool picture = Inside(f.picture, x, y);
-          if (deep) {
-            const PF_Pixel16 got = output.Get16(x, y);
-            const PF_Pixel16 want = !picture    ? kBar16
-                                    : mode == 1 ? PF_Pixel16{0, 0, 0, 0}
-                                                : World::Pattern16(x, y, 7);
-            ASSERT_TRUE(got.alpha == want.alpha && got.red == want.red && got.green == want.green &&
-                        got.blue == want.blue)
-                << "pixel " << x << "," << y;
-          } else {
-            const PF_Pixel got = output.Get8(x, y);
-            const PF_Pixel want = !picture    ? kBar
-                                  : mode == 1 ? PF_Pixel{0, 0, 0, 0}
-                                              : World::Pattern8(x, y, 7);
-            ASSERT_TRUE(got.alpha == want.alpha && got.red == want.red && got.green == want.green &&
-                        got.blue == want.blue)
-                << "pixel " << x << "," << y;
-          }
+          const bool same = deep ? SamePixel(output.Get16(x, y), !picture    ? kBar16
+                                                                 : mode == 1 ? PF_Pixel16{0, 0, 0, 0}
+                                                                             : World::Pattern16(x, y, 7))
+                                 : SamePixel(output.Get8(x, y), !picture    ? kBar
+                                                                : mode == 1 ? PF_Pixel{0, 0, 0, 0}
+                                                                            : World::Pattern8(x, y, 7));
+          ASSERT_TRUE(same) << "pixel " << x << "," << y;
         }
         host.Remove(layer);
       }
