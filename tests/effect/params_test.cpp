@@ -11,7 +11,6 @@
 
 namespace {
 
-using cinebar_simhost::Fault;
 using cinebar_simhost::Host;
 using cinebar_simhost::Instance;
 using cinebar_simhost::kFreshHandleByte;
@@ -154,20 +153,6 @@ TEST_F(Controls, OtherParametersChangeNothingButStillBorrowParamUtils) {
   }
 }
 
-TEST_F(Controls, RefusedUIUpdateIsThrownInOneHandlerAndIgnoredInTheOther) {
-  host.faults().Fail("PF_UpdateParamUI", Fault::Error(PF_Err_BAD_CALLBACK_PARAM).Always());
-  EXPECT_EQ(PF_Err_BAD_CALLBACK_PARAM, host.ChangeFloat(*instance, kRatio, 1.85));
-  EXPECT_EQ(1, StoredPreset()) << "the record is left as it was";
-  EXPECT_EQ(PF_Err_NONE, host.UpdateParamsUI(*instance));
-  EXPECT_EQ(0, host.SuitesOutstanding());
-}
-
-TEST_F(Controls, MissingParamUtilsSuiteIsReportedNotCalled) {
-  host.faults().Fail(cinebar_simhost::AcquireKey("PF Param Utils Suite", 3), Fault::Error(1).Always());
-  EXPECT_EQ(13, host.ChangeFloat(*instance, kRatio, 1.85));
-  EXPECT_STREQ("Cinebar is missing the suite PF Param Utils Suite", host.out_data().return_msg);
-}
-
 TEST_F(Controls, UIUpdatePushesTheRecordIntoThePopup) {
   ASSERT_EQ(PF_Err_NONE, host.ChangePopup(*instance, kPreset, 6));
   instance->param(kPreset).u.pd.value = 2;  // the project disagrees until the next UI update
@@ -240,44 +225,6 @@ TEST_F(Controls, FlattenLeavesTheRecordAlone) {
   EXPECT_EQ(PF_Err_NONE, host.Command(*instance, PF_Cmd_SEQUENCE_FLATTEN));
   EXPECT_EQ(handle, instance->sequence_data());
   EXPECT_EQ(before, Record());
-}
-
-// ---- a host that refuses ---------------------------------------------------------
-
-TEST(RefusingHost, AddParamRefusalStopsTheLaterParameters) {
-  for (int refused_call = 1; refused_call <= 5; ++refused_call) {
-    SCOPED_TRACE(refused_call);
-    Host host(TheModule());
-    ASSERT_EQ(PF_Err_NONE, host.GlobalSetup());
-    host.faults().Fail("add_param", Fault::Error(PF_Err_OUT_OF_MEMORY).OnCall(refused_call));
-    const PF_Err err = host.ParamsSetup();
-    EXPECT_EQ(PF_Err_OUT_OF_MEMORY, err);
-    if (refused_call == 1) {  // the header: the controls still come, without the custom UI
-      EXPECT_EQ(4u, host.added_params().size());
-      EXPECT_EQ(6, host.out_data().num_params);
-    } else {
-      EXPECT_EQ(static_cast<size_t>(refused_call - 1), host.added_params().size());
-      EXPECT_EQ(0, host.out_data().num_params);
-    }
-    EXPECT_TRUE(host.registered_ui().empty());
-    EXPECT_EQ(0, host.SuitesOutstanding());
-  }
-}
-
-TEST(RefusingHost, NoHandleForTheRecordIsOutOfMemoryWithoutLeaks) {
-  for (const PF_Cmd cmd : {PF_Cmd_SEQUENCE_SETUP, PF_Cmd_SEQUENCE_RESETUP}) {
-    SCOPED_TRACE(cmd);
-    Host host(TheModule());
-    ASSERT_EQ(PF_Err_NONE, host.GlobalSetup());
-    ASSERT_EQ(PF_Err_NONE, host.ParamsSetup());
-    Instance& instance = host.AddInstance(World(8, 8));
-    const size_t live = host.LiveHandleCount();
-    host.faults().Fail("HandleSuite.host_new_handle", Fault::Null());
-    EXPECT_EQ(PF_Err_OUT_OF_MEMORY, host.Command(instance, cmd));
-    EXPECT_EQ(nullptr, host.out_data().sequence_data);
-    EXPECT_EQ(live, host.LiveHandleCount());
-    EXPECT_EQ(0, host.SuitesOutstanding());
-  }
 }
 
 }  // namespace

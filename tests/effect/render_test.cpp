@@ -13,7 +13,6 @@
 
 namespace {
 
-using cinebar_simhost::AcquireKey;
 using cinebar_simhost::Fault;
 using cinebar_simhost::Host;
 using cinebar_simhost::Instance;
@@ -192,24 +191,6 @@ TEST_F(Render, FailingDrawingCallReturnsItsCodeAndDrawsNothingFurther) {
     } else {
       EXPECT_EQ(fault.frame_filled ? 90 : 2, output.Get8(10, 10).red);
     }
-  }
-}
-
-TEST_F(Render, MissingSuiteEndsTheFrameWithTheSuiteNamed) {
-  const Frame f{32, 18, {1, 1}, {1, 1}, {1, 1}, 2.35f, {0, 2, 32, 15}};
-  const struct {
-    const char* suite;
-    int version;
-  } kSuites[] = {{"PF Fill Matte Suite", 2}, {"PF World Transform Suite", 1}};
-  for (const auto& missing : kSuites) {
-    SCOPED_TRACE(missing.suite);
-    Instance& layer = Layer(f, false, 2, PF_Pixel{255, 0, 0, 0});
-    World output(f.width, f.height);
-    host.faults().Clear();
-    host.faults().Fail(AcquireKey(missing.suite, missing.version), Fault::Null().Always());
-    EXPECT_EQ(13, host.Render(layer, output));
-    EXPECT_EQ(std::string("Cinebar is missing the suite ") + missing.suite, host.out_data().return_msg);
-    EXPECT_EQ(0, host.SuitesOutstanding());
   }
 }
 
