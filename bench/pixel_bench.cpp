@@ -13,6 +13,7 @@
 
 #include "host/pixel_ops.h"
 #include "host/world.h"
+#include "hostapi/ae_constants.h"
 
 namespace {
 
@@ -30,62 +31,71 @@ void Sizes(benchmark::internal::Benchmark* b) {
   }
 }
 
-void BM_HostFill(benchmark::State& state) {
-  World world(static_cast<A_long>(state.range(0)), static_cast<A_long>(state.range(1)), state.range(2) == 16);
+World WorldFor(const benchmark::State& state) {
+  return World(static_cast<A_long>(state.range(0)), static_cast<A_long>(state.range(1)),
+               state.range(2) == 16);
+}
+
+// Times `fill` on one world of the benchmark's size and depth.
+template <typename Fill>
+void TimeFill(benchmark::State& state, Fill fill) {
+  World world = WorldFor(state);
   PF_LayerDef* layer = world.layer();
-  const PF_Pixel color{255, 10, 20, 30};
-  const PF_Pixel16 color16{32768, 1000, 2000, 3000};
   for (auto _ : state) {
-    const auto problem = world.deep() ? cinebar_simhost::FillRect16(color16, nullptr, *layer)
-                                      : cinebar_simhost::FillRect8(color, nullptr, *layer);
+    fill(*layer, state);
     benchmark::DoNotOptimize(layer->data);
     benchmark::ClobberMemory();
-    if (!problem.empty()) state.SkipWithError(problem.c_str());
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Bytes(layer)));
+}
+
+// Times `copy` from one world to another of the benchmark's size and depth.
+template <typename Copy>
+void TimeCopy(benchmark::State& state, Copy copy) {
+  World src = WorldFor(state);
+  World dst = WorldFor(state);
+  PF_LayerDef* s = src.layer();
+  PF_LayerDef* d = dst.layer();
+  for (auto _ : state) {
+    copy(*s, *d, state);
+    benchmark::DoNotOptimize(d->data);
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Bytes(d)));
+}
+
+void SkipOnProblem(benchmark::State& state, const cinebar_simhost::PixelProblem& problem) {
+  if (!problem.empty()) state.SkipWithError(problem.c_str());
+}
+
+void BM_HostFill(benchmark::State& state) {
+  TimeFill(state, [](PF_LayerDef& layer, benchmark::State& st) {
+    const PF_Pixel color{255, 10, 20, 30};
+    const PF_Pixel16 color16{32768, 1000, 2000, 3000};
+    SkipOnProblem(st, (layer.world_flags & PF_WorldFlag_DEEP) != 0
+                          ? cinebar_simhost::FillRect16(color16, nullptr, layer)
+                          : cinebar_simhost::FillRect8(color, nullptr, layer));
+  });
 }
 BENCHMARK(BM_HostFill)->Apply(Sizes);
 
 void BM_Memset(benchmark::State& state) {
-  World world(static_cast<A_long>(state.range(0)), static_cast<A_long>(state.range(1)), state.range(2) == 16);
-  PF_LayerDef* layer = world.layer();
-  for (auto _ : state) {
-    std::memset(layer->data, 0x5A, Bytes(layer));
-    benchmark::DoNotOptimize(layer->data);
-    benchmark::ClobberMemory();
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Bytes(layer)));
+  TimeFill(state,
+           [](PF_LayerDef& layer, benchmark::State&) { std::memset(layer.data, 0x5A, Bytes(&layer)); });
 }
 BENCHMARK(BM_Memset)->Apply(Sizes);
 
 void BM_HostCopy(benchmark::State& state) {
-  const bool deep = state.range(2) == 16;
-  World src(static_cast<A_long>(state.range(0)), static_cast<A_long>(state.range(1)), deep);
-  World dst(src.width(), src.height(), deep);
-  PF_LayerDef* s = src.layer();
-  PF_LayerDef* d = dst.layer();
-  for (auto _ : state) {
-    const auto problem = cinebar_simhost::CopyRect(*s, *d, nullptr, nullptr);
-    benchmark::DoNotOptimize(d->data);
-    benchmark::ClobberMemory();
-    if (!problem.empty()) state.SkipWithError(problem.c_str());
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Bytes(d)));
+  TimeCopy(state, [](PF_LayerDef& src, PF_LayerDef& dst, benchmark::State& st) {
+    SkipOnProblem(st, cinebar_simhost::CopyRect(src, dst, nullptr, nullptr));
+  });
 }
 BENCHMARK(BM_HostCopy)->Apply(Sizes);
 
 void BM_Memcpy(benchmark::State& state) {
-  const bool deep = state.range(2) == 16;
-  World src(static_cast<A_long>(state.range(0)), static_cast<A_long>(state.range(1)), deep);
-  World dst(src.width(), src.height(), deep);
-  PF_LayerDef* s = src.layer();
-  PF_LayerDef* d = dst.layer();
-  for (auto _ : state) {
-    std::memcpy(d->data, s->data, Bytes(d));
-    benchmark::DoNotOptimize(d->data);
-    benchmark::ClobberMemory();
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Bytes(d)));
+  TimeCopy(state, [](PF_LayerDef& src, PF_LayerDef& dst, benchmark::State&) {
+    std::memcpy(dst.data, src.data, Bytes(&dst));
+  });
 }
 BENCHMARK(BM_Memcpy)->Apply(Sizes);
 
