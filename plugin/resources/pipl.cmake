@@ -107,28 +107,10 @@ function(_cinebar_pipl_pstring_property out key what text)
   set(${out} ${bytes} PARENT_SCOPE)
 endfunction()
 
-# The module's version packed as the host packs it: major 3 bits, minor 4,
-# bug-fix 4, stage 2, build 9. Values that do not fit are an error, not a wrap.
-function(cinebar_packed_version out major minor bugfix stage build)
-  foreach(part IN ITEMS "major;${major};7" "minor;${minor};15" "bugfix;${bugfix};15" "stage;${stage};3"
-                        "build;${build};511")
-    list(GET part 0 name)
-    list(GET part 1 value)
-    list(GET part 2 max)
-    if(NOT value MATCHES "^[0-9]+$" OR value GREATER max)
-      message(FATAL_ERROR "Version ${name} '${value}' must be a number from 0 to ${max}")
-    endif()
-  endforeach()
-  math(EXPR packed "(${major} << 19) | (${minor} << 15) | (${bugfix} << 11) | (${stage} << 9) | ${build}"
-       OUTPUT_FORMAT HEXADECIMAL)
-  set(${out} ${packed} PARENT_SCOPE)
-endfunction()
-
 # Sets `out` to the list of the property list's bytes (decimal values), built
 # from the CINEBAR_* identity variables.
 function(cinebar_pipl_bytes out)
-  foreach(var CINEBAR_EFFECT_NAME CINEBAR_CATEGORY CINEBAR_MATCH_NAME CINEBAR_ENTRY_POINT CINEBAR_VERSION_MAJOR
-              CINEBAR_VERSION_MINOR CINEBAR_VERSION_BUGFIX CINEBAR_VERSION_STAGE CINEBAR_VERSION_BUILD
+  foreach(var CINEBAR_EFFECT_NAME CINEBAR_CATEGORY CINEBAR_MATCH_NAME CINEBAR_ENTRY_POINT CINEBAR_PACKED_VERSION
               CINEBAR_OUT_FLAGS CINEBAR_OUT_FLAGS2 CINEBAR_API_VERSION_MAJOR CINEBAR_API_VERSION_MINOR)
     if(NOT DEFINED ${var})
       message(FATAL_ERROR "PiPL: ${var} is not set (cmake/identity.cmake)")
@@ -139,8 +121,7 @@ function(cinebar_pipl_bytes out)
       message(FATAL_ERROR "PiPL: ${var} '${${var}}' is not a number")
     endif()
   endforeach()
-  cinebar_packed_version(version ${CINEBAR_VERSION_MAJOR} ${CINEBAR_VERSION_MINOR} ${CINEBAR_VERSION_BUGFIX}
-                         ${CINEBAR_VERSION_STAGE} ${CINEBAR_VERSION_BUILD})
+  set(version ${CINEBAR_PACKED_VERSION})  # packed once, in cmake/identity.cmake
 
   set(props "")
   # 1: plug-in kind, an After Effects effect ('eFKT', stored reversed).
