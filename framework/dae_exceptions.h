@@ -3,6 +3,7 @@
 // types: no virtual functions, copied bitwise.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -32,16 +33,19 @@ struct DAESuiteXCP : DAEXCP {
   char suite_name[64];
 };
 
+// A resource of the module's own is unusable. Six bytes that nothing here
+// reads lead the name.
 struct DAEResourceXCP : DAEXCP {
   explicit DAEResourceXCP(const char* resource) { detail::CopyName(resource_name, resource); }
-  uint16_t resource_type = 0;
-  uint32_t resource_id = 0;
+  uint8_t leading[6] = {};
   char resource_name[64];
 };
 
 struct DAEMissingResourceXCP : DAEResourceXCP {
   using DAEResourceXCP::DAEResourceXCP;
 };
+static_assert(offsetof(DAEResourceXCP, resource_name) == 6 && offsetof(DAESuiteXCP, suite_name) == 0,
+              "the name follows six leading bytes; a suite's name comes first");
 
 // A non-zero host error travels as a bare int, not wrapped in a class.
 inline void ThrowIfHostError(int32_t error) {

@@ -1,5 +1,7 @@
 #include "framework/host_suite_cache.h"
 
+#include "framework/dae_exceptions.h"
+
 namespace {
 
 // The host's registered suite names, spelled exactly as the host spells them.
@@ -145,18 +147,20 @@ static_assert(kSlotParamUtils3 >= 0 && kSlotHandle2 >= 0 && kSlotFillMatte2 >= 0
 
 int LowestBit(uint64_t bits) { return __builtin_ctzll(bits); }  // bits is never 0 here
 
-static_assert(HostSuiteCache::kSlotCount <= 128, "two words of fill bits");
-
 }  // namespace
+
+static_assert(HostSuiteCache::kSlotCount <= 64 * 2, "one fill bit per slot");
 
 const HostSuiteCache::SuitePair* const HostSuiteCache::kPairs = kPairTable;
 
-HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), slots_{}, filled_{} {
+// The slots are left as they are: the fill bits say which ones hold a suite.
+HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), filled_{} {
   if (broker_ == nullptr) MissingSuite(*this);
 }
 
 HostSuiteCache::~HostSuiteCache() {
-  for (int word = 0; word < 2; ++word) {
+  if ((filled_[0] | filled_[1]) == 0) return;  // most caches fetch nothing
+  for (int word = 0; word < kFillWords; ++word) {
     for (uint64_t bits = filled_[word]; bits != 0; bits &= bits - 1) {
       const int slot = word * 64 + LowestBit(bits);
       if (slot < kReleasedPairCount) broker_->ReleaseSuite(kPairs[slot].name, kPairs[slot].version);
@@ -167,15 +171,26 @@ HostSuiteCache::~HostSuiteCache() {
 void HostSuiteCache::MissingSuite(HostSuiteCache&) {}
 
 void* HostSuiteCache::Fetch(int slot) {
-  if (slots_[slot] != nullptr) return slots_[slot];
+  const uint64_t bit = uint64_t{1} << (slot % 64);
+  if ((filled_[slot / 64] & bit) != 0) return slots_[slot];
   const void* suite = nullptr;
   // Without a broker there is nothing to ask; report it like a refused fetch.
   const SPErr error =
       broker_ != nullptr ? broker_->AcquireSuite(kPairs[slot].name, kPairs[slot].version, &suite) : 1;
-  if (error != 0 || suite == nullptr) MissingSuite(*this);
+  if (error != 0 || suite == nullptr) {
+    MissingSuite(*this);
+    return nullptr;  // the slot stays empty: a later use asks again
+  }
   slots_[slot] = const_cast<void*>(suite);
-  if (suite != nullptr) filled_[slot / 64] |= uint64_t{1} << (slot % 64);
+  filled_[slot / 64] |= bit;
   return slots_[slot];
+}
+
+template <typename Suite>
+Suite& HostSuiteCache::Require(int slot) {
+  void* suite = Fetch(slot);
+  if (suite == nullptr) throw DAE::DAESuiteXCP(kPairs[slot].name);
+  return *static_cast<Suite*>(suite);
 }
 
 PF_FillMatteSuite2* HostSuiteCache::FillMatteSuite2() {
@@ -190,4 +205,18 @@ PF_HandleSuite1* HostSuiteCache::HandleSuite2() { return static_cast<PF_HandleSu
 
 PF_ParamUtilsSuite3* HostSuiteCache::ParamUtilsSuite3() {
   return static_cast<PF_ParamUtilsSuite3*>(Fetch(kSlotParamUtils3));
+}
+
+PF_FillMatteSuite2& HostSuiteCache::RequireFillMatteSuite2() {
+  return Require<PF_FillMatteSuite2>(kSlotFillMatte2);
+}
+
+PF_WorldTransformSuite1& HostSuiteCache::RequireWorldTransformSuite1() {
+  return Require<PF_WorldTransformSuite1>(kSlotWorldTransform1);
+}
+
+PF_HandleSuite1& HostSuiteCache::RequireHandleSuite2() { return Require<PF_HandleSuite1>(kSlotHandle2); }
+
+PF_ParamUtilsSuite3& HostSuiteCache::RequireParamUtilsSuite3() {
+  return Require<PF_ParamUtilsSuite3>(kSlotParamUtils3);
 }

@@ -26,22 +26,35 @@ class HostSuiteCache {
   HostSuiteCache(const HostSuiteCache&) = delete;
   HostSuiteCache& operator=(const HostSuiteCache&) = delete;
 
+  // Null when the host cannot supply the suite: for handlers that can do
+  // without it.
   PF_FillMatteSuite2* FillMatteSuite2();
   PF_WorldTransformSuite1* WorldTransformSuite1();
   PF_HandleSuite1* HandleSuite2();  // "PF Handle Suite" 2 has the version-1 table layout
   PF_ParamUtilsSuite3* ParamUtilsSuite3();
+
+  // For handlers that cannot go on without the suite: a missing one is thrown
+  // as DAE::DAESuiteXCP carrying the cache's own spelling of its name.
+  PF_FillMatteSuite2& RequireFillMatteSuite2();
+  PF_WorldTransformSuite1& RequireWorldTransformSuite1();
+  PF_HandleSuite1& RequireHandleSuite2();
+  PF_ParamUtilsSuite3& RequireParamUtilsSuite3();
 
   // Reached whenever a fetch fails or a null broker is given. It deliberately
   // does nothing: callers decide what a missing suite means for them.
   static void MissingSuite(HostSuiteCache& cache);
 
  private:
+  static constexpr int kFillWords = 2;
+
   void* Fetch(int slot);
+  template <typename Suite>
+  Suite& Require(int slot);
 
   SPBasicSuite* broker_;
+  // A slot is meaningful only while its bit in `filled_` is set, so a new
+  // cache clears two words instead of 117 pointers, and release walks the
+  // filled slots only (in slot order, which is the release order).
   void* slots_[kSlotCount];
-  // Which slots hold a suite, one bit each: a handler's cache lives for one
-  // command, so release walks the filled slots only (in slot order, which is
-  // the release order) instead of testing all of them on every frame.
-  uint64_t filled_[2];
+  uint64_t filled_[kFillWords];
 };
