@@ -10,37 +10,20 @@
 #include "framework/param_descriptors.h"
 #include "hostapi/ae_constants.h"
 
-namespace {
-
-constexpr char kRenderItems[] = "On Transparent|On Image";
-constexpr char kPresetItems[] =
-    "4:3 (Academy)|1.66:1 (Super 16)|16:9 (Widescreen TV)|1.85:1 (Theatrical)|2.35:1 (Anamorphic)|2.76:1 "
-    "(Ultra)|(-|Custom";
-constexpr char kParamUtilsSuiteName[] = "PF Param Utils Suite";
-
-}  // namespace
-
-const PresetEntry kPresets[PRESET_CUSTOM] = {
-    {"4:3 (Academy)", 4.0f / 3.0f},
-    {"1.66:1 (Super 16)", 1.66f},
-    {"16:9 (Widescreen TV)", 16.0f / 9.0f},
-    {"1.85:1 (Theatrical)", 1.85f},
-    {"2.35:1 (Anamorphic)", 2.35f},
-    {"2.76:1 (Ultra)", 2.76f},
-    {"(-", 0.0f},
-    {"Custom", 0.0f},
-};
+static_assert(kRenderItemString.size() <= DAE::Param_Popup_Menu::kItemBufferSize &&
+                  kPresetItemString.size() <= DAE::Param_Popup_Menu::kItemBufferSize,
+              "item strings fit the descriptor's buffer with their terminator");
 
 float RatioOfPreset(A_long item) {
   if (item < PRESET_FIRST || item > PRESET_LAST_RATIO) return 0.0f;
-  return kPresets[item - 1].ratio;
+  return kPresetItems[item - 1].ratio;
 }
 
 A_long PresetOfRatio(float ratio) {
   const double wide = static_cast<double>(ratio);
   if (wide == 0.0) return PRESET_CUSTOM;
   for (A_long item = PRESET_FIRST; item <= PRESET_CUSTOM; ++item) {
-    if (wide == static_cast<double>(kPresets[item - 1].ratio)) return item;
+    if (wide == static_cast<double>(kPresetItems[item - 1].ratio)) return item;
   }
   return PRESET_CUSTOM;
 }
@@ -49,6 +32,7 @@ float NarrowToFloat(double value) {
   // Beyond FLT_MAX plus half a unit in the last place the hardware rounds to
   // infinity; below that it rounds to FLT_MAX.
   constexpr double kOverflowThreshold = static_cast<double>(FLT_MAX) + 0x1p103;
+  if (std::fabs(value) <= static_cast<double>(FLT_MAX)) return static_cast<float>(value);  // the usual case
   if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
   if (value >= kOverflowThreshold) return std::numeric_limits<float>::infinity();
   if (value <= -kOverflowThreshold) return -std::numeric_limits<float>::infinity();
@@ -65,36 +49,39 @@ A_long ReadPopupParam(PF_ParamDef* params[], A_long index) { return params[index
 
 PF_Pixel ReadColorParam(PF_ParamDef* params[], A_long index) { return params[index]->u.cd.value; }
 
+PF_Pixel16 Pixel8To16(PF_Pixel pixel) {
+  return PF_Pixel16{static_cast<A_u_short>(pixel.alpha << 7), static_cast<A_u_short>(pixel.red << 7),
+                    static_cast<A_u_short>(pixel.green << 7), static_cast<A_u_short>(pixel.blue << 7)};
+}
+
 void SetupEffectParams(PF_InData* in_data, PF_OutData* out_data, bool header_added) {
-  {
-    DAE::Param_Popup_Menu render(in_data, "Render", DISK_ID_RENDER);
-    render.SetItems(kRenderItems);
-    render.SetDefault(static_cast<A_short>(RENDER_ON_IMAGE));
-    render.add();
-  }
-  {
-    DAE::Param_Popup_Menu preset(in_data, "Preset", DISK_ID_PRESET);
-    preset.SetItems(kPresetItems);
-    preset.SetDefault(static_cast<A_short>(PRESET_FIRST));
-    preset.SetSupervised();
-    preset.SetCannotTimeVary();
-    preset.SetStandardControlOnly();
-    preset.add();
-  }
-  {
-    DAE::Param_Float_Slider ratio(in_data, "Aspect Ratio", DISK_ID_ASPECT_RATIO);
-    ratio.SetValidRange(0.0f, 12.0f);
-    ratio.SetSliderRange(0.0f, 3.0f);
-    ratio.SetDefault(RatioOfPreset(PRESET_FIRST));
-    ratio.SetPrecision(3);
-    ratio.SetSupervised();
-    ratio.add();
-  }
-  {
-    DAE::Param_Color color(in_data, "Color", DISK_ID_COLOR);
-    color.SetDefault(0, 0, 0, 255);
-    color.add();
-  }
+  // Every descriptor lives until setup ends: the host may read a popup's item
+  // text, which the descriptor owns, at any point before the command returns.
+  DAE::Param_Popup_Menu render(in_data, kRenderControl.name, kRenderControl.disk_id);
+  render.SetItems(kRenderItemString.data());
+  render.SetDefault(static_cast<A_short>(RENDER_ON_IMAGE));
+  render.add();
+
+  DAE::Param_Popup_Menu preset(in_data, kPresetControl.name, kPresetControl.disk_id);
+  preset.SetItems(kPresetItemString.data());
+  preset.SetDefault(static_cast<A_short>(PRESET_FIRST));
+  preset.SetSupervised();
+  preset.SetCannotTimeVary();
+  preset.SetStandardControlOnly();
+  preset.add();
+
+  DAE::Param_Float_Slider ratio(in_data, kAspectRatioControl.name, kAspectRatioControl.disk_id);
+  ratio.SetValidRange(0.0f, 12.0f);
+  ratio.SetSliderRange(0.0f, 3.0f);
+  ratio.SetDefault(RatioOfPreset(PRESET_FIRST));
+  ratio.SetPrecision(3);
+  ratio.SetSupervised();
+  ratio.add();
+
+  DAE::Param_Color color(in_data, kColorControl.name, kColorControl.disk_id);
+  color.SetDefault(0, 0, 0, 255);
+  color.add();
+
   out_data->num_params = PARAM_NUM_PARAMS;
 
   if (header_added) {
@@ -107,7 +94,7 @@ void SetupEffectParams(PF_InData* in_data, PF_OutData* out_data, bool header_add
 void HandleUserChangedParam(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[], PF_LayerDef*,
                             const PF_UserChangedParamExtra* extra) {
   HostSuiteCache suites(in_data->pica_basicP);
-  PF_ParamUtilsSuite3* param_utils = suites.ParamUtilsSuite3();
+  suites.ParamUtilsSuite3();  // asked for at once, whatever changed; only "Aspect Ratio" needs it
   SequenceRecord* record = SequenceRecordOf(in_data->sequence_data);
   if (extra == nullptr) return;
 
@@ -118,12 +105,13 @@ void HandleUserChangedParam(PF_InData* in_data, PF_OutData*, PF_ParamDef* params
     params[PARAM_ASPECT_RATIO]->uu.change_flags |= PF_ChangeFlag_CHANGED_VALUE;
     if (record != nullptr) record->preset = PresetOfRatio(ratio);
   } else if (extra->param_index == PARAM_ASPECT_RATIO) {
+    // Checked before "Preset" is touched: a missing suite leaves it as it was.
+    PF_ParamUtilsSuite3& param_utils = suites.RequireParamUtilsSuite3();
     const A_long item = PresetOfRatio(ReadFloatParam(params, PARAM_ASPECT_RATIO));
     // The popup moves through a UI update only; its change flag stays clear.
     params[PARAM_PRESET]->u.pd.value = item;
-    if (param_utils == nullptr) throw DAE::DAESuiteXCP(kParamUtilsSuiteName);
     DAE::ThrowIfHostError(
-        param_utils->PF_UpdateParamUI(in_data->effect_ref, PARAM_PRESET, params[PARAM_PRESET]));
+        param_utils.PF_UpdateParamUI(in_data->effect_ref, PARAM_PRESET, params[PARAM_PRESET]));
     if (record != nullptr) record->preset = item;
   }
 }

@@ -1,14 +1,12 @@
 #include "effect/render.h"
 
+#include "effect/geometry.h"
 #include "effect/params.h"
 #include "framework/dae_exceptions.h"
 #include "framework/host_suite_cache.h"
 #include "hostapi/ae_constants.h"
 
 namespace {
-
-constexpr char kFillMatteSuiteName[] = "PF Fill Matte Suite";
-constexpr char kWorldTransformSuiteName[] = "PF World Transform Suite";
 
 // Fills `rect` (the whole world when null) in the output's own depth.
 void FillRect(PF_FillMatteSuite2& fill_matte, PF_ProgPtr effect_ref, bool deep, PF_Pixel color,
@@ -30,23 +28,21 @@ void RenderBars(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[], PF_Layer
   const PF_Pixel bar_color = ReadColorParam(params, PARAM_COLOR);
   const bool deep = (output->world_flags & PF_WorldFlag_DEEP) != 0;
 
-  // Without the suites there is nothing to draw with: say so rather than
-  // call through an absent table.
-  PF_FillMatteSuite2* fill_matte = suites.FillMatteSuite2();
-  if (fill_matte == nullptr) throw DAE::DAESuiteXCP(kFillMatteSuiteName);
+  // Without the suites there is nothing to draw with: the call ends with an
+  // error rather than calling through an absent table.
+  PF_FillMatteSuite2& fill_matte = suites.RequireFillMatteSuite2();
 
   // One full-frame fill in the bar colour; the picture is then cut out of it.
-  FillRect(*fill_matte, in_data->effect_ref, deep, bar_color, nullptr, output);
+  FillRect(fill_matte, in_data->effect_ref, deep, bar_color, nullptr, output);
 
   PF_Rect picture = ComputePictureRect(output->width, output->height, aspect_ratio, in_data->downsample_x,
                                        in_data->downsample_y, in_data->pixel_aspect_ratio);
 
   if (mode == RENDER_ON_TRANSPARENT) {
-    FillRect(*fill_matte, in_data->effect_ref, deep, PF_Pixel{0, 0, 0, 0}, &picture, output);
+    FillRect(fill_matte, in_data->effect_ref, deep, PF_Pixel{0, 0, 0, 0}, &picture, output);
   } else {  // every other value draws the image
-    PF_WorldTransformSuite1* transform = suites.WorldTransformSuite1();
-    if (transform == nullptr) throw DAE::DAESuiteXCP(kWorldTransformSuiteName);
+    PF_WorldTransformSuite1& transform = suites.RequireWorldTransformSuite1();
     DAE::ThrowIfHostError(
-        transform->copy(in_data->effect_ref, &params[PARAM_INPUT]->u.ld, output, &picture, &picture));
+        transform.copy(in_data->effect_ref, &params[PARAM_INPUT]->u.ld, output, &picture, &picture));
   }
 }

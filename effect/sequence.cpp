@@ -6,14 +6,6 @@
 
 namespace {
 
-constexpr char kHandleSuiteName[] = "PF Handle Suite";
-
-PF_HandleSuite1* RequireHandleSuite(HostSuiteCache& suites) {
-  PF_HandleSuite1* handles = suites.HandleSuite2();
-  if (handles == nullptr) throw DAE::DAESuiteXCP(kHandleSuiteName);
-  return handles;
-}
-
 void ClearReserved(SequenceRecord& record) {
   record.reserved0 = 0;
   record.reserved1 = 0;
@@ -30,16 +22,16 @@ SequenceRecord* SequenceRecordOf(PF_Handle sequence_data) {
 void SetupSequence(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*) {
   HostSuiteCache suites(in_data->pica_basicP);
   if (in_data->sequence_data != nullptr) {
-    RequireHandleSuite(suites)->host_dispose_handle(in_data->sequence_data);
+    suites.RequireHandleSuite2().host_dispose_handle(in_data->sequence_data);
     out_data->sequence_data = nullptr;
   }
-  PF_HandleSuite1* handles = RequireHandleSuite(suites);
-  out_data->sequence_data = handles->host_new_handle(sizeof(SequenceRecord));
+  PF_HandleSuite1& handles = suites.RequireHandleSuite2();
+  out_data->sequence_data = handles.host_new_handle(sizeof(SequenceRecord));
   if (out_data->sequence_data == nullptr) throw DAE::DAEAllocXCP(sizeof(SequenceRecord));
 
   SequenceRecord* record = SequenceRecordOf(out_data->sequence_data);
   if (record == nullptr) {  // a handle without a block is no memory either
-    handles->host_dispose_handle(out_data->sequence_data);
+    handles.host_dispose_handle(out_data->sequence_data);
     out_data->sequence_data = nullptr;
     throw DAE::DAEAllocXCP(sizeof(SequenceRecord));
   }
@@ -62,6 +54,6 @@ void ResetupSequence(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* para
 void SetdownSequence(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*) {
   HostSuiteCache suites(in_data->pica_basicP);
   if (in_data->sequence_data == nullptr) return;
-  RequireHandleSuite(suites)->host_dispose_handle(in_data->sequence_data);
+  suites.RequireHandleSuite2().host_dispose_handle(in_data->sequence_data);
   out_data->sequence_data = nullptr;
 }
