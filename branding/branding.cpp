@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "cinebar_identity.h"
+#include "framework/conversions.h"
 #include "hostapi/ae_constants.h"
 #include "platform/platform.h"
 
@@ -38,16 +39,18 @@ Result Call(SigilEntry entry, Result fallback, Args... args) {
   return Entry<Fn>(entry)(args...);
 }
 
-// Locks a global-data handle. A host that handed out no handle, or whose lock
-// failed, leaves the binding unreachable: callers treat that as unbound.
+// Locks a global-data handle. A host that handed out no handle is not asked;
+// one whose lock fails leaves the binding unreachable, which callers treat as
+// unbound.
 BrandingBinding* LockBinding(PF_InData* in_data, PF_Handle handle) {
   if (handle == nullptr) return nullptr;
   return static_cast<BrandingBinding*>(in_data->utils->host_lock_handle(handle));
 }
 
-// Only a lock that was granted is given back.
-void UnlockBinding(PF_InData* in_data, PF_Handle handle, const BrandingBinding* binding) {
-  if (binding != nullptr) in_data->utils->host_unlock_handle(handle);
+// The unlock pairs with the lock call, not with its result: the host sees one
+// unlock for every lock it was asked for, also when the lock gave no record.
+void UnlockBinding(PF_InData* in_data, PF_Handle handle) {
+  if (handle != nullptr) in_data->utils->host_unlock_handle(handle);
 }
 
 void FillVersion(BrandingIdentity& identity) {
@@ -58,7 +61,9 @@ void FillVersion(BrandingIdentity& identity) {
 
 void BindLibrary(BrandingBinding& binding) {
   char folder[cinebar_platform::kMaxPath] = {};
-  cinebar_platform::GetCommonAppDataFolder(folder);  // a failed query leaves an empty folder: no library
+  // A failed query leaves the folder empty; the path then starts with two
+  // backslashes and the loader tries it like any other.
+  cinebar_platform::GetCommonAppDataFolder(folder);
 
   // One spare byte keeps the path terminated even when the bounded print
   // cuts it off without a terminator.
@@ -89,30 +94,28 @@ void BindLibrary(BrandingBinding& binding) {
                                                         static_cast<void*>(nullptr), &identity);
 }
 
-// Truncation toward zero into the 16-bit size fields; sizes outside that
-// range (or NaN) have no meaningful control size and register as 0.
-A_short ToControlSize(float value) {
-  if (!(value > -32769.0f && value < 32768.0f)) return 0;
-  return static_cast<A_short>(value);
-}
+// Truncated toward zero and kept in the 16-bit size field, as the processor
+// does it: sizes beyond 16 bits keep their low bits.
+A_short ToControlSize(float value) { return DAE::LowInt16(DAE::TruncateToInt32(value)); }
 
 }  // namespace
 
 PF_Err LoadBranding(PF_InData* in_data, PF_OutData* out_data) {
   out_data->global_data = in_data->utils->host_new_handle(sizeof(BrandingBinding));
   BrandingBinding* binding = LockBinding(in_data, out_data->global_data);
-  if (binding == nullptr) {
+  if (binding != nullptr) {
+    std::memset(binding, 0, sizeof *binding);
+    BindLibrary(*binding);
+  }
+  UnlockBinding(in_data, out_data->global_data);
+  if (binding == nullptr && out_data->global_data != nullptr) {
     // A block that could not be locked could not be cleared either: its
     // uncleared library field would read as bound and later commands would
     // call through whatever it held. It goes back, and the effect runs
     // unbound with no global data.
-    if (out_data->global_data != nullptr) in_data->utils->host_dispose_handle(out_data->global_data);
+    in_data->utils->host_dispose_handle(out_data->global_data);
     out_data->global_data = nullptr;
-    return PF_Err_NONE;
   }
-  std::memset(binding, 0, sizeof *binding);
-  BindLibrary(*binding);
-  UnlockBinding(in_data, out_data->global_data, binding);
   return PF_Err_NONE;
 }
 
@@ -143,7 +146,8 @@ PF_Err AddHeaderParam(PF_InData* in_data) {
 
   // This one unlock hands the host the locked record's address, not the
   // handle; the host has always accepted it, and it is kept as it is.
-  if (binding != nullptr) in_data->utils->host_unlock_handle(reinterpret_cast<PF_Handle>(binding));
+  if (in_data->global_data != nullptr)
+    in_data->utils->host_unlock_handle(reinterpret_cast<PF_Handle>(binding));
   return result;
 }
 
@@ -159,7 +163,7 @@ PF_Err HandleHeaderEvent(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* 
     error = Call<Sigil_HandleEventFn>(binding->handle_event, PF_Err{PF_Err_NONE}, binding->reference, in_data,
                                       out_data, params, output, extra);
   }
-  UnlockBinding(in_data, in_data->global_data, binding);
+  UnlockBinding(in_data, in_data->global_data);
   *handled = true;
   return error;
 }
@@ -171,7 +175,7 @@ bool ShowBrandedAbout(PF_InData* in_data, PF_OutData*) {
   BrandingBinding* binding = LockBinding(in_data, in_data->global_data);
   // The about box is the one entry tested before use.
   if (binding == nullptr || binding->library == nullptr || binding->show_about_box == nullptr) {
-    UnlockBinding(in_data, in_data->global_data, binding);
+    UnlockBinding(in_data, in_data->global_data);
     return false;
   }
 
@@ -191,7 +195,7 @@ bool ShowBrandedAbout(PF_InData* in_data, PF_OutData*) {
   build.build_number = kBuildNumber;
 
   Entry<Sigil_ShowAboutBoxFn>(binding->show_about_box)(main_window, &identity, &build);
-  UnlockBinding(in_data, in_data->global_data, binding);
+  UnlockBinding(in_data, in_data->global_data);
   return true;
 }
 
