@@ -7,6 +7,7 @@
 #include "framework/dae_exceptions.h"
 #include "framework/host_suite_cache.h"
 #include "hostapi/ae_constants.h"
+#include "plugin/call_context.h"
 
 PF_InData* g_current_in_data = nullptr;
 PF_OutData* g_current_out_data = nullptr;
@@ -23,6 +24,40 @@ constexpr char kAboutFormat[] =
     "Part of the TW Lenscraft Suite";
 
 constexpr PF_Err kMissingSuiteResult = 13;
+
+// Which host records a command's handler works on. A command that routes to
+// nothing (or to the empty handler) answers "no error" whatever it is given;
+// one whose handler needs a record the host left null is refused instead of
+// crashing.
+enum class Needs { kNothing, kInData, kInAndOutData };
+
+constexpr Needs RecordsNeeded(PF_Cmd cmd) {
+  switch (cmd) {
+    case PF_Cmd_ABOUT:
+    case PF_Cmd_GLOBAL_SETUP:
+    case PF_Cmd_GLOBAL_SETDOWN:
+    case PF_Cmd_PARAMS_SETUP:
+    case PF_Cmd_SEQUENCE_SETUP:
+    case PF_Cmd_SEQUENCE_RESETUP:
+    case PF_Cmd_SEQUENCE_SETDOWN:
+    case PF_Cmd_EVENT:
+      return Needs::kInAndOutData;
+    case PF_Cmd_RENDER:  // the render, the parameter handlers and the empty handler never touch out_data
+    case PF_Cmd_USER_CHANGED_PARAM:
+    case PF_Cmd_UPDATE_PARAMS_UI:
+    case PF_Cmd_SEQUENCE_FLATTEN:
+    case PF_Cmd_FRAME_SETUP:
+      return Needs::kInData;
+    default:
+      return Needs::kNothing;
+  }
+}
+
+// Messages go into out_data; a call that was given none keeps its result and loses only the text.
+template <typename... Args>
+void WriteMessage(PF_InData* in_data, PF_OutData* out_data, const char* format, Args... args) {
+  if (out_data != nullptr) in_data->utils->ansi.sprintf(out_data->return_msg, format, args...);
+}
 
 void WriteAboutText(PF_OutData* out_data) {
   char text[kAboutTextSize] = {};
@@ -94,7 +129,13 @@ void Route(const CommandHandlers& handlers, PF_Cmd cmd, PF_InData* in_data, PF_O
 
 PF_Err DispatchCommand(const CommandHandlers& handlers, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
                        PF_ParamDef* params[], PF_LayerDef* output, void* extra) {
-  if (in_data == nullptr || out_data == nullptr) return PF_Err_BAD_CALLBACK_PARAM;
+  if (in_data == nullptr || out_data == nullptr) {
+    const Needs needs = RecordsNeeded(cmd);
+    // Without in_data there is no broker, no callback and no handler to run.
+    if (in_data == nullptr) return needs == Needs::kNothing ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+    if (needs == Needs::kInAndOutData) return PF_Err_BAD_CALLBACK_PARAM;
+  }
+
   g_current_out_data = out_data;
   g_current_in_data = in_data;
   PF_Err result = PF_Err_NONE;
@@ -115,18 +156,15 @@ PF_Err DispatchCommand(const CommandHandlers& handlers, PF_Cmd cmd, PF_InData* i
     result = PF_Err_OUT_OF_MEMORY;
   } catch (DAE::DAESuiteXCP& missing) {
     result = kMissingSuiteResult;
-    in_data->utils->ansi.sprintf(out_data->return_msg, "%s is missing the suite %s", name,
-                                 missing.suite_name);
+    WriteMessage(in_data, out_data, "%s is missing the suite %s", name, missing.suite_name);
   } catch (DAE::DAEMissingResourceXCP& missing) {
-    in_data->utils->ansi.sprintf(out_data->return_msg, "%s is missing the resource %s", name,
-                                 missing.resource_name);
+    WriteMessage(in_data, out_data, "%s is missing the resource %s", name, missing.resource_name);
   } catch (DAE::DAEResourceXCP& problem) {
-    in_data->utils->ansi.sprintf(out_data->return_msg, "%s has a problem with resource %s", name,
-                                 problem.resource_name);
+    WriteMessage(in_data, out_data, "%s has a problem with resource %s", name, problem.resource_name);
   } catch (...) {
     result = PF_Err_INTERNAL_STRUCT_DAMAGED;
-    in_data->utils->ansi.sprintf(out_data->return_msg, "Unknown error in %s", name);
-    out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
+    WriteMessage(in_data, out_data, "Unknown error in %s", name);
+    if (out_data != nullptr) out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
   }
   g_current_out_data = nullptr;
   return result;

@@ -4,10 +4,10 @@
 
 #include "hostapi/ae_effect.h"
 
-class HostSuiteCache;
-
-// The handlers the dispatcher routes to. Handlers report failure only by
-// throwing (a bare int host error or a DAE exception).
+// The handlers the dispatcher routes to, filled by member name (designated
+// initialisers: a name out of order or a route left out fails the build, the
+// latter through -Wmissing-field-initializers, an error here). Handlers
+// report failure only by throwing (a bare int host error or a DAE exception).
 struct CommandHandlers {
   using Setup = PF_Err (*)(PF_InData*, PF_OutData*);
   using LayerCommand = void (*)(PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*);
@@ -33,9 +33,3 @@ extern const CommandHandlers kCinebarHandlers;
 
 PF_Err DispatchCommand(const CommandHandlers& handlers, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
                        PF_ParamDef* params[], PF_LayerDef* output, void* extra);
-
-// Module-wide state of the call in progress; kept for diagnosis only.
-extern PF_InData* g_current_in_data;
-extern PF_OutData* g_current_out_data;
-extern HostSuiteCache* g_current_suites;
-extern void* g_module_instance;
