@@ -1,4 +1,4 @@
-// The few operating-system services the module and the simulated host need:
+// The few operating-system services the module (and the simulated host) need:
 // the common application-data folder, loading a library by path, finding an
 // export, and a bounded formatted print. Win32 on Windows, POSIX elsewhere.
 #pragma once
@@ -23,9 +23,6 @@ LibraryHandle LoadLibraryFile(const char* path);
 
 // The address of a named export, or null.
 ExportAddress FindExport(LibraryHandle library, const char* name);
-
-// Unloads a library. Only the simulated host uses this; the module never does.
-void FreeLibraryFile(LibraryHandle library);
 
 // Legacy bounded print: writes at most `size` characters; on overflow the text
 // is cut and not guaranteed to be terminated. Returns the characters written,

@@ -33,8 +33,6 @@ ExportAddress FindExport(LibraryHandle library, const char* name) {
   return address;
 }
 
-void FreeLibraryFile(LibraryHandle library) { dlclose(library); }
-
 // Same contract as the Windows CRT's _snprintf: no terminator on overflow.
 int BoundedPrint(char* buffer, std::size_t size, const char* format, ...) {
   va_list args;

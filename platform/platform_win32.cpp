@@ -20,8 +20,6 @@ ExportAddress FindExport(LibraryHandle library, const char* name) {
   return reinterpret_cast<ExportAddress>(GetProcAddress(static_cast<HMODULE>(library), name));
 }
 
-void FreeLibraryFile(LibraryHandle library) { FreeLibrary(static_cast<HMODULE>(library)); }
-
 int BoundedPrint(char* buffer, std::size_t size, const char* format, ...) {
   va_list args;
   va_start(args, format);
