@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "effect/render.h"
+#include "effect/geometry.h"
 
 namespace {
 

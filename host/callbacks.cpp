@@ -85,7 +85,11 @@ struct HostCallbacks {
     added.index = index;
     added.def = *def;
     const bool has_items = def->param_type == PF_Param_POPUP && def->u.pd.u.namesptr != nullptr;
-    if (has_items) added.popup_items = def->u.pd.u.namesptr;
+    if (has_items) {
+      added.popup_items = def->u.pd.u.namesptr;
+      h->kept_texts_.push_back(
+          {static_cast<A_long>(h->added_.size()) + 1, def->u.pd.u.namesptr, added.popup_items});
+    }
     h->added_.push_back(std::move(added));
     AddedParam& kept = h->added_.back();  // deque: earlier entries and their strings never move
     if (has_items) kept.def.u.pd.u.namesptr = kept.popup_items.c_str();
@@ -129,7 +133,14 @@ struct HostCallbacks {
     CallRecord& r = h->Begin(fn, PtrText(handle));
     r.handle = handle;
     Fault f;
-    if (h->Faulted(fn, r, &f)) return nullptr;
+    if (h->Faulted(fn, r, &f)) {
+      // A refused lock may still be unlocked; a refused disposal leaves a handle neither side can free.
+      if (std::strstr(fn, "lock_handle") != nullptr && std::strstr(fn, "unlock") == nullptr)
+        h->handles_.RefusedLock(handle);
+      if (std::strstr(fn, "dispose") != nullptr && h->handles_.IsLive(handle))
+        h->abandoned_.push_back(handle);
+      return nullptr;
+    }
     *host = h;
     return &r;
   }
@@ -157,9 +168,7 @@ struct HostCallbacks {
   static void DisposeHandle(const char* fn, PF_Handle handle) {
     Host* h = nullptr;
     if (BeginOnHandle(fn, handle, &h) == nullptr) return;
-    if (Noted(*h, fn, h->handles_.Dispose(handle))) return;
-    auto& forgotten = h->forgotten_;
-    forgotten.erase(std::remove(forgotten.begin(), forgotten.end(), handle), forgotten.end());
+    Noted(*h, fn, h->handles_.Dispose(handle));
   }
 
   static A_HandleSize HandleSize(const char* fn, PF_Handle handle) {

@@ -1,6 +1,10 @@
 // Host memory handles as the host hands them out: a PF_Handle points to a
-// master pointer, which points to the block. New and grown blocks are filled
-// with kFreshHandleByte, so whether the module clears its memory shows.
+// master pointer, which points to the block. Bytes whose contents the
+// contract leaves undefined (a new block, the grown part of a resized one)
+// hold kFreshHandleByte, so whether the module clears its memory shows. A
+// disposed block is not freed but poisoned with kDisposedHandleByte and kept
+// in quarantine, so a module that still reads it reads poison, and one that
+// writes it is caught by TakeQuarantineBreaches().
 #pragma once
 
 #include <cstdint>
@@ -14,6 +18,7 @@
 namespace cinebar_simhost {
 
 constexpr std::uint8_t kFreshHandleByte = 0xCD;
+constexpr std::uint8_t kDisposedHandleByte = 0xDD;
 // Larger requests are refused with a null handle, as an exhausted host would.
 constexpr A_HandleSize kMaxHandleSize = A_HandleSize{1} << 28;
 
@@ -29,16 +34,25 @@ class HandleStore {
   // text instead of touching the pointer; the empty text means success.
   PF_Handle New(A_HandleSize size);  // null when size > kMaxHandleSize
   std::string Lock(PF_Handle handle, void** block);
+  // Also accepts the address of a locked block in place of its handle, as
+  // After Effects does; and one unlock (of the handle, or of the null block
+  // address) after each lock the host refused.
   std::string Unlock(PF_Handle handle);
   std::string Dispose(PF_Handle handle);
   std::string Size(PF_Handle handle, A_HandleSize* size) const;
   std::string Resize(PF_Handle handle, A_HandleSize size);  // keeps the master pointer and the leading bytes
+  void RefusedLock(PF_Handle handle);
+  // The host's own end of a handle it owns (the global data): disposed whatever its locks.
+  void Release(PF_Handle handle);
 
-  bool IsLive(PF_Handle handle) const { return blocks_.count(handle) != 0; }
-  std::size_t LiveCount() const { return blocks_.size(); }
+  bool IsLive(PF_Handle handle) const { return Find(handle) != nullptr; }
+  bool IsDisposed(PF_Handle handle) const;
+  std::size_t LiveCount() const;
   A_HandleSize LiveBytes() const;
   int LockCount(PF_Handle handle) const;  // -1 for an unknown handle
   std::vector<PF_Handle> Live() const;
+  // Disposed blocks whose poison or master pointer the module changed since; poisoned again.
+  std::vector<PF_Handle> TakeQuarantineBreaches();
 
   // The block's bytes, as a project file would keep them. Unknown handles throw std::invalid_argument.
   std::vector<std::uint8_t> Bytes(PF_Handle handle) const;
@@ -50,6 +64,8 @@ class HandleStore {
     void* master = nullptr;  // the PF_Handle is the address of this field
     std::vector<std::uint8_t> bytes;
     int locks = 0;
+    int refused_locks = 0;
+    bool disposed = false;
   };
   const Block* Find(PF_Handle handle) const;
   Block* Find(PF_Handle handle);

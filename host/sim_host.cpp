@@ -1,6 +1,8 @@
 #include "host/sim_host.h"
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <stdexcept>
 
 #include "host/callbacks_internal.h"
@@ -57,13 +59,11 @@ void Host::SetDownsample(PF_RationalScale x, PF_RationalScale y) {
   in_.downsample_y = y;
 }
 
-std::vector<PF_Handle> Host::ForgottenHandles() const {
-  std::vector<PF_Handle> leaked;
-  for (PF_Handle handle : forgotten_) {
-    if (handles_.IsLive(handle)) leaked.push_back(handle);
-  }
-  return leaked;
-}
+namespace {
+Host::CommandObserver g_observer = nullptr;
+}  // namespace
+
+void Host::SetCommandObserver(CommandObserver observer) { g_observer = observer; }
 
 int Host::SuiteOutstanding(const std::string& name, int version) const {
   const auto it = outstanding_.find({name, version});
@@ -77,6 +77,16 @@ int Host::SuitesOutstanding() const {
 }
 
 CallRecord& Host::Begin(const std::string& function, const std::string& args) {
+  // A popup's items must outlive add_param: read them again at every later host call of the command.
+  for (auto it = kept_texts_.begin(); it != kept_texts_.end();) {
+    if (std::strncmp(it->items, it->copy.c_str(), it->copy.size() + 1) == 0) {
+      ++it;
+      continue;
+    }
+    HostError("parameter " + std::to_string(it->param) + "'s popup items changed after add_param (at " +
+              function + "): the module let them go");
+    it = kept_texts_.erase(it);
+  }
   CallRecord record;
   record.function = function;
   record.command = current_cmd_;
@@ -95,11 +105,33 @@ void Host::HostError(const std::string& text) {
   host_errors_.push_back("[cmd " + std::to_string(current_cmd_) + "] " + text);
 }
 
-void Host::Forget(PF_Handle handle) {
-  if (handle != nullptr && handles_.IsLive(handle) &&
-      std::find(forgotten_.begin(), forgotten_.end(), handle) == forgotten_.end()) {
-    forgotten_.push_back(handle);
+// Every live handle must be held by the host: global data, an instance's
+// record, or one neither side can free. A handle the host held before a
+// failed command is the host's to keep; any other is a leak.
+void Host::CheckOwnership(PF_Err err, const std::vector<PF_Handle>& held_before) {
+  std::vector<PF_Handle> held = abandoned_;
+  held.push_back(global_data_);
+  for (const auto& instance : instances_) held.push_back(instance->sequence_data_);
+  for (const PF_Handle handle : handles_.Live()) {
+    if (std::find(held.begin(), held.end(), handle) != held.end()) continue;
+    const bool kept =
+        err != PF_Err_NONE && std::find(held_before.begin(), held_before.end(), handle) != held_before.end();
+    if (!kept) HostError("a handle leaked: the module let go of it without disposing of it");
+    abandoned_.push_back(handle);
   }
+}
+
+std::vector<PF_Handle> Host::Held() const {
+  std::vector<PF_Handle> held{global_data_};
+  for (const auto& instance : instances_) held.push_back(instance->sequence_data_);
+  return held;
+}
+
+PF_Handle Host::Returned(PF_Handle handle, const char* what) {
+  if (handle == nullptr || handles_.IsLive(handle)) return handle;
+  HostError(std::string("the module returned ") + what + " it does not own (" +
+            (handles_.IsDisposed(handle) ? "disposed of" : "not a handle") + ")");
+  return nullptr;
 }
 
 void Host::CheckLive(const Instance& instance) const {
@@ -110,8 +142,14 @@ void Host::CheckLive(const Instance& instance) const {
 
 PF_Err Host::CallRaw(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
                      PF_LayerDef* output, void* extra) {
+  return Run(cmd, in_data, out_data, params, output, extra, [](PF_Err) {});
+}
+
+PF_Err Host::Run(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+                 PF_LayerDef* output, void* extra, const std::function<void(PF_Err)>& take_back) {
   const PF_Cmd previous = current_cmd_;
   current_cmd_ = cmd;
+  const std::size_t first_error = host_errors_.size();
   log_.Add(CallRecord{});
   const std::size_t at = log_.records().size() - 1;
   log_.at(at).function = "EntryPointFunc";
@@ -129,6 +167,15 @@ PF_Err Host::CallRaw(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_Pa
   }
   // The log may have been cleared during the call.
   if (at < log_.records().size() && log_.records()[at].function == "EntryPointFunc") log_.at(at).result = err;
+  take_back(err);
+  kept_texts_.clear();  // the contract for them ends with the command
+  for (auto& [suite, count] : outstanding_) {
+    if (count != 0) HostError(suite.first + " " + std::to_string(suite.second) + " held past the command");
+    count = 0;
+  }
+  if (!handles_.TakeQuarantineBreaches().empty())
+    HostError("the module wrote into a disposed handle's block");
+  if (g_observer != nullptr) g_observer(*this, cmd, err, at, first_error);
   return err;
 }
 
@@ -144,22 +191,21 @@ PF_Err Host::Command(PF_Cmd cmd, PF_ParamDef* params[], PF_LayerDef* output, voi
   in_.extent_hint = PF_Rect{0, 0, 0, 0};
   out_ = PF_OutData{};
   out_.global_data = global_data_;
-  const PF_Err err = CallRaw(cmd, &in_, &out_, params, output, extra);
-  if (cmd == PF_Cmd_GLOBAL_SETDOWN) {
-    Forget(global_data_);
-    Forget(out_.global_data);
-    global_data_ = nullptr;
-    return err;
-  }
-  if (out_.global_data != global_data_) Forget(global_data_);
-  global_data_ = out_.global_data;
-  if (cmd == PF_Cmd_GLOBAL_SETUP) global_out_flags_ = out_.out_flags;
-  if (cmd == PF_Cmd_PARAMS_SETUP && err == PF_Err_NONE &&
-      out_.num_params != static_cast<A_long>(added_.size()) + 1) {
-    HostError("parameter setup reported num_params " + std::to_string(out_.num_params) + " for " +
-              std::to_string(added_.size() + 1) + " parameters");
-  }
-  return err;
+  const std::vector<PF_Handle> held_before = Held();
+  return Run(cmd, &in_, &out_, params, output, extra, [&](PF_Err err) {
+    global_data_ = Returned(out_.global_data, "global data");
+    if (cmd == PF_Cmd_GLOBAL_SETDOWN && global_data_ != nullptr) {
+      handles_.Release(global_data_);  // the host owns the global data's end
+      global_data_ = nullptr;
+    }
+    CheckOwnership(err, held_before);
+    if (cmd == PF_Cmd_GLOBAL_SETUP) global_out_flags_ = out_.out_flags;
+    if (cmd == PF_Cmd_PARAMS_SETUP && err == PF_Err_NONE &&
+        out_.num_params != static_cast<A_long>(added_.size()) + 1) {
+      HostError("parameter setup reported num_params " + std::to_string(out_.num_params) + " for " +
+                std::to_string(added_.size() + 1) + " parameters");
+    }
+  });
 }
 
 namespace {
@@ -207,34 +253,40 @@ PF_Err Host::Command(Instance& instance, PF_Cmd cmd, PF_LayerDef* output, void* 
   out_.sequence_data = instance.sequence_data_;
   ui_updates_.clear();
   current_instance_ = &instance;
-  const PF_Err err = CallRaw(cmd, &in_, &out_, pointers.empty() ? nullptr : pointers.data(), output, extra);
-  current_instance_ = nullptr;
+  const std::vector<PF_Handle> held_before = Held();
+  const std::vector<PF_ParamDef> given = passed;
+  const std::size_t first = log_.records().size();
+  return Run(cmd, &in_, &out_, pointers.empty() ? nullptr : pointers.data(), output, extra, [&](PF_Err err) {
+    current_instance_ = nullptr;
+    // A failed command must not leave a value half-written: one neither flagged nor pushed to the UI.
+    for (std::size_t i = 1; err != PF_Err_NONE && i < passed.size(); ++i) {
+      bool pushed = (passed[i].uu.change_flags & PF_ChangeFlag_CHANGED_VALUE) != 0;
+      for (std::size_t r = first; r < log_.records().size(); ++r)
+        pushed |= log_.records()[r].function == "PF_UpdateParamUI" && log_.records()[r].index == A_long(i);
+      if (!pushed && std::memcmp(&passed[i], &given[i], sizeof passed[i]) != 0)
+        HostError("parameter " + std::to_string(i) +
+                  " written by a failed command, neither flagged nor pushed");
+    }
 
-  for (std::size_t i = 1; i < passed.size(); ++i) {
-    if ((passed[i].uu.change_flags & PF_ChangeFlag_CHANGED_VALUE) != 0)
-      TakeValue(instance.params_[i], passed[i]);
-  }
-  for (const auto& update : ui_updates_) {
-    PF_ParamDef& kept = instance.params_[static_cast<std::size_t>(update.first)];
-    const PF_ParamDef_uu id = kept.uu;
-    const A_char* items = kept.param_type == PF_Param_POPUP ? kept.u.pd.u.namesptr : nullptr;
-    kept = update.second;
-    kept.uu = id;
-    if (kept.param_type == PF_Param_POPUP) kept.u.pd.u.namesptr = items;
-  }
-  ui_updates_.clear();
+    for (std::size_t i = 1; i < passed.size(); ++i) {
+      if ((passed[i].uu.change_flags & PF_ChangeFlag_CHANGED_VALUE) != 0)
+        TakeValue(instance.params_[i], passed[i]);
+    }
+    for (const auto& update : ui_updates_) {
+      PF_ParamDef& kept = instance.params_[static_cast<std::size_t>(update.first)];
+      const PF_ParamDef_uu id = kept.uu;
+      const A_char* items = kept.param_type == PF_Param_POPUP ? kept.u.pd.u.namesptr : nullptr;
+      kept = update.second;
+      kept.uu = id;
+      if (kept.param_type == PF_Param_POPUP) kept.u.pd.u.namesptr = items;
+    }
+    ui_updates_.clear();
 
-  if (out_.global_data != global_data_) Forget(global_data_);
-  global_data_ = out_.global_data;
-  if (cmd == PF_Cmd_SEQUENCE_SETDOWN) {
-    Forget(instance.sequence_data_);
-    Forget(out_.sequence_data);
-    instance.sequence_data_ = nullptr;
-  } else {
-    if (out_.sequence_data != instance.sequence_data_) Forget(instance.sequence_data_);
-    instance.sequence_data_ = out_.sequence_data;
-  }
-  return err;
+    global_data_ = Returned(out_.global_data, "global data");
+    instance.sequence_data_ = Returned(out_.sequence_data, "sequence data");
+    if (cmd == PF_Cmd_SEQUENCE_SETDOWN) instance.sequence_data_ = nullptr;  // the host lets go of it
+    CheckOwnership(err, held_before);
+  });
 }
 
 // ---- instances --------------------------------------------------------------------

@@ -16,13 +16,24 @@
 //     CallRaw(cmd, ...)      any command with records the caller chose, untouched.
 //     log()                  every host function the module called (call_log.h).
 //     faults()               fail the Nth call of any host function (faults.h).
-//     handles()              the memory handles; LiveHandleCount() and ForgottenHandles() find leaks.
-//     host_errors()          misuse the host noticed (unknown handles, unbalanced suites, bad worlds...).
+//     handles()              the memory handles (disposed ones poisoned and kept in quarantine).
+//     host_errors()          misuse the host noticed; see "What the host checks" below.
+//     SetCommandObserver()   a function called after every command of every host (the tests' checks).
+//
+// What the host checks (each breach is one host error, never a crash):
+//   during a command: its arguments; popup item texts handed to add_param, read again at every later
+//     host call of the same command (register_ui included): the module must keep them alive;
+//   after every command: every suite given back; nothing written into a disposed block;
+//   after a command for an instance or for the globals: the handles the module returned are live,
+//     every live handle is held by the host (a leak otherwise, unless the host refused to free it or
+//     the command failed), and a failed command left no parameter written without a change flag or
+//     a PF_UpdateParamUI call.
 //   World (world.h)        a pixel buffer with guard-filled row padding and its PF_LayerDef view.
 #pragma once
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -114,9 +125,10 @@ class Host {
   HandleStore& handles() { return handles_; }
   const std::vector<std::string>& host_errors() const { return host_errors_; }
   std::size_t LiveHandleCount() const { return handles_.LiveCount(); }
-  // Handles the host has let go of (sequence data after setdown, global data
-  // after global setdown) that the module never disposed of.
-  std::vector<PF_Handle> ForgottenHandles() const;
+  using CommandObserver = void (*)(Host& host, PF_Cmd cmd, PF_Err err, std::size_t first_record,
+                                   std::size_t first_error);
+  // Called after every command with where its records begin in log() and host_errors().
+  static void SetCommandObserver(CommandObserver observer);
   int SuiteOutstanding(const std::string& name, int version) const;
   int SuitesOutstanding() const;  // over all suites
   const std::deque<AddedParam>& added_params() const { return added_; }
@@ -139,7 +151,7 @@ class Host {
   PF_Err About() { return Command(PF_Cmd_ABOUT); }
   PF_Err GlobalSetup() { return Command(PF_Cmd_GLOBAL_SETUP); }
   PF_Err ParamsSetup() { return Command(PF_Cmd_PARAMS_SETUP); }
-  PF_Err GlobalSetdown() { return Command(PF_Cmd_GLOBAL_SETDOWN); }
+  PF_Err GlobalSetdown() { return Command(PF_Cmd_GLOBAL_SETDOWN); }  // then frees the global data
 
   // ---- instances -------------------------------------------------------------
   // A new instance on a layer showing `input`, its parameters at their defaults. No command is sent.
@@ -160,7 +172,7 @@ class Host {
   SavedInstance Save(Instance& instance);
   NewInstance Reopen(const SavedInstance& saved, World input);
   NewInstance Duplicate(Instance& instance);
-  // PF_Cmd_SEQUENCE_SETDOWN; the host then forgets the instance's handle.
+  // PF_Cmd_SEQUENCE_SETDOWN; the host then lets go of the instance's handle.
   PF_Err Remove(Instance& instance);
 
  private:
@@ -168,7 +180,13 @@ class Host {
 
   Instance& NewInstanceFrom(World input, const std::vector<PF_ParamDef>& defs,
                             const std::vector<std::string>& popup_items);
-  void Forget(PF_Handle handle);
+  // One command: the module's call, the host's share of it (`take_back`), then the checks that end every
+  // command.
+  PF_Err Run(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[], PF_LayerDef* output,
+             void* extra, const std::function<void(PF_Err)>& take_back);
+  void CheckOwnership(PF_Err err, const std::vector<PF_Handle>& held_before);
+  std::vector<PF_Handle> Held() const;
+  PF_Handle Returned(PF_Handle handle, const char* what);
   CallRecord& Begin(const std::string& function, const std::string& args);
   bool Faulted(const std::string& function, CallRecord& record, Fault* fault);
   void HostError(const std::string& text);
@@ -200,7 +218,14 @@ class Host {
   std::vector<PF_CustomUIInfo> registered_ui_;
   PF_Handle global_data_ = nullptr;
   PF_OutFlags global_out_flags_ = 0;
-  std::vector<PF_Handle> forgotten_;
+  std::vector<PF_Handle> abandoned_;  // live, but neither side can free them: not leaks
+  struct KeptText {
+    A_long param;
+    const A_char* items;
+    std::string copy;
+  };
+  std::vector<KeptText> kept_texts_;  // popup items of the command in progress
+  bool checking_texts_ = false;
   std::vector<std::unique_ptr<Instance>> instances_;
 };
 

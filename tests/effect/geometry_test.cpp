@@ -1,6 +1,9 @@
-// The picture rectangle: the worked table, then properties over many
-// generated cases against an independent model that computes each step in
-// double precision and rounds it to single precision (exact for + - * /).
+// The picture rectangle: the worked table, then many generated cases against
+// an independent model that computes each step in double precision and rounds
+// it to single precision (exact for + - * /). Its properties over any input
+// (inside, centred, bars on one axis) are the geometry fuzzer's.
+#include "effect/geometry.h"
+
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -11,7 +14,6 @@
 #include <random>
 #include <vector>
 
-#include "effect/render.h"
 #include "tests/effect/worked_frames.h"
 
 namespace {
@@ -138,69 +140,6 @@ TEST(PictureRect, MatchesSinglePrecisionModelOverGeneratedInputs) {
       return;
     }
   }
-}
-
-TEST(PictureRect, StaysCentredWithTheOddPixelBottomOrRight) {
-  std::mt19937 rng(7);
-  for (int i = 0; i < 50000; ++i) {
-    const A_long width = std::uniform_int_distribution<A_long>(1, 8000)(rng);
-    const A_long height = std::uniform_int_distribution<A_long>(1, 8000)(rng);
-    const float ratio = std::uniform_real_distribution<float>(0.05f, 12.0f)(rng);
-    const PF_Rect r = ComputePictureRect(width, height, ratio, Scale(1, 1), Scale(1, 1), Scale(1, 1));
-    SCOPED_TRACE(::testing::Message() << width << "x" << height << " ratio " << ratio);
-    ASSERT_LE(0, r.left);
-    ASSERT_LE(0, r.top);
-    ASSERT_LE(r.right, width);
-    ASSERT_LE(r.bottom, height);
-    const A_long bar_left = r.left, bar_right = width - r.right;
-    const A_long bar_top = r.top, bar_bottom = height - r.bottom;
-    ASSERT_TRUE(bar_right == bar_left || bar_right == bar_left + 1);
-    ASSERT_TRUE(bar_bottom == bar_top || bar_bottom == bar_top + 1);
-    ASSERT_TRUE(r.left == 0 || r.top == 0) << "bars on one axis only";
-  }
-}
-
-TEST(PictureRect, PreviewsMatchFullResolutionScaledDown) {
-  std::mt19937 rng(11);
-  for (int i = 0; i < 20000; ++i) {
-    // Frame sizes that divide evenly, as composition sizes at preview resolutions do.
-    const A_long width = 12 * std::uniform_int_distribution<A_long>(8, 700)(rng);
-    const A_long height = 12 * std::uniform_int_distribution<A_long>(8, 700)(rng);
-    const float ratio = std::uniform_real_distribution<float>(0.5f, 4.0f)(rng);
-    const PF_Rect full = ComputePictureRect(width, height, ratio, Scale(1, 1), Scale(1, 1), Scale(1, 1));
-    for (A_u_long factor : {2u, 3u, 4u}) {
-      const A_long w = width / static_cast<A_long>(factor), h = height / static_cast<A_long>(factor);
-      const PF_Rect preview =
-          ComputePictureRect(w, h, ratio, Scale(1, factor), Scale(1, factor), Scale(1, 1));
-      SCOPED_TRACE(::testing::Message()
-                   << width << "x" << height << " ratio " << ratio << " at 1/" << factor);
-      // Within the truncation of the extent and of its half.
-      const double f = factor;
-      ASSERT_NEAR(full.left / f, preview.left, 1.5);
-      ASSERT_NEAR(full.top / f, preview.top, 1.5);
-      ASSERT_NEAR(full.right / f, preview.right, 1.5);
-      ASSERT_NEAR(full.bottom / f, preview.bottom, 1.5);
-    }
-  }
-}
-
-TEST(Pixel8To16, ScalesByOneHundredTwentyEight) {
-  const struct {
-    A_u_char in;
-    A_u_short out;
-  } kCases[] = {{0, 0}, {1, 128}, {128, 16384}, {255, 32640}};
-  for (const auto& c : kCases) {
-    const PF_Pixel16 p = Pixel8To16(PF_Pixel{c.in, c.in, c.in, c.in});
-    EXPECT_EQ(c.out, p.alpha);
-    EXPECT_EQ(c.out, p.red);
-    EXPECT_EQ(c.out, p.green);
-    EXPECT_EQ(c.out, p.blue);
-  }
-  const PF_Pixel16 mixed = Pixel8To16(PF_Pixel{255, 1, 128, 0});
-  EXPECT_EQ(32640, mixed.alpha);
-  EXPECT_EQ(128, mixed.red);
-  EXPECT_EQ(16384, mixed.green);
-  EXPECT_EQ(0, mixed.blue);
 }
 
 }  // namespace
