@@ -11,6 +11,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -160,6 +161,8 @@ struct Injected {
   int call;
   bool null_suite, no_sprintf;
 };
+
+void PrintTo(const Scenario& scenario, std::ostream* os) { *os << scenario.name; }
 
 class FaultMatrix : public ::testing::TestWithParam<Scenario> {};
 

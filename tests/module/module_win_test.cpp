@@ -124,8 +124,8 @@ TEST_F(ModuleFile, BitmapsHaveTheirSizesAndDepthsAndDecode) {
               (std::vector<LONG>{LONG(sizeof h), row.width, row.height, 1, row.bits, BI_RGB}));
     // The palette (all 2^bits colours when biClrUsed is 0), then rows padded to 4 bytes.
     const size_t colours = h.biClrUsed ? h.biClrUsed : row.bits <= 8 ? size_t(1) << row.bits : 0;
-    const size_t stride = (size_t(row.width) * row.bits / 8 + 3) / 4 * 4;
-    EXPECT_EQ(data.size(), sizeof h + 4 * colours + stride * size_t(row.height));
+    EXPECT_EQ(data.size(),
+              sizeof h + 4 * colours + (size_t(row.width) * row.bits / 8 + 3) / 4 * 4 * size_t(row.height));
     HANDLE image = LoadImageA(Module(), MAKEINTRESOURCEA(row.id), IMAGE_BITMAP, 0, 0, LR_CREATEDIBSECTION);
     EXPECT_NE(image, nullptr) << "the system does not decode it, error " << GetLastError();
     DeleteObject(image);
