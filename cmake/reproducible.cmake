@@ -5,8 +5,7 @@
 # - No source or build path is embedded (__FILE__ in asserts and messages,
 #   debug information): -ffile-prefix-map maps both trees to relative names.
 # - The Windows linker writes no time stamp into the PE header.
-# The module's copy into dist/ is made where the module is defined, in
-# plugin/resources (cinebar_add_module_resources).
+# The shipped module in dist/ (stripped, signed) is made in packaging/.
 
 function(_cinebar_collect_targets dir out)
   get_property(targets DIRECTORY "${dir}" PROPERTY BUILDSYSTEM_TARGETS)
