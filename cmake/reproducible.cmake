@@ -23,8 +23,12 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   foreach(_t IN LISTS _cinebar_all_targets)
     get_target_property(_type ${_t} TYPE)
     if(_type MATCHES "^(STATIC_LIBRARY|SHARED_LIBRARY|MODULE_LIBRARY|OBJECT_LIBRARY|EXECUTABLE)$")
+      # The compiler's working folder (the target's build folder) becomes ".",
+      # so that debuggers read source names relative to the source tree.
+      get_target_property(_dir ${_t} BINARY_DIR)
       target_compile_options(${_t} PRIVATE "$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>"
-                                           "$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_BINARY_DIR}/=>")
+                                           "$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${PROJECT_BINARY_DIR}/=>"
+                                           "$<$<COMPILE_LANGUAGE:C,CXX>:-fdebug-prefix-map=${_dir}=.>")
     endif()
   endforeach()
 endif()
