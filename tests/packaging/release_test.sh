@@ -102,7 +102,8 @@ for file in "$CINEBAR_SHIPPED_MODULE" "$symbols" "$CINEBAR_INSTALLER"; do
   check "SHA256SUMS lists $(basename "$file")" grep -qxF "$(basename "$file")" <<<"$listed"
 done
 check "SHA256SUMS lists four files" test "$(wc -l <<<"$listed")" -eq 4
-check "SHA256SUMS matches the files" bash -c 'cd "$1" && sha256sum --check --quiet SHA256SUMS' _ "$dist"
+sums_match() { (cd "$dist" && sha256sum --check --quiet SHA256SUMS); }
+check "SHA256SUMS matches the files" sums_match
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
