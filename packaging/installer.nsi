@@ -3,7 +3,7 @@
 ;   PRODUCT       product and effect name          PUBLISHER  publisher
 ;   CATEGORY      effect category: the folder the module goes into
 ;   VERSION       dotted version                   VERSION_QUAD  version with four numbers
-;   MODULE_FILE   the built module                 MODULE_NAME   its file name when installed
+;   MODULE_FILE   the shipped module (signed)      MODULE_NAME   its file name when installed
 ;   LICENSE_FILE  licence shown before installing  COPYRIGHT     its copyright line
 ;   PRODUCT_PAGE  the publisher's page of the product
 ;   SIGN          packaging/sign.sh                SIGN_TOOL  osslsigncode
