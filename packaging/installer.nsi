@@ -3,10 +3,16 @@
 ;   PRODUCT       product and effect name          PUBLISHER  publisher
 ;   CATEGORY      effect category: the folder the module goes into
 ;   VERSION       dotted version                   VERSION_QUAD  version with four numbers
-;   MODULE_FILE   the built module                 MODULE_NAME   its file name when installed
+;   MODULE_FILE   the shipped module (signed)      MODULE_NAME   its file name when installed
 ;   LICENSE_FILE  licence shown before installing  COPYRIGHT     its copyright line
+;   PRODUCT_PAGE  the publisher's page of the product
+;   SIGN          packaging/sign.sh                SIGN_TOOL  osslsigncode
+;   SIGN_KEY      PKCS#12 signing key              SIGN_TIME  signing time (seconds)
 ;   OUTFILE       the installer to write
 ; and may define STUB, the NSIS stub to build on (default amd64-unicode).
+;
+; The uninstaller is signed before it is packed into the installer, the
+; installer once it is written; a failed signature fails the build.
 ;
 ; The module goes into "<plug-in folder>\<category>". The plug-in folder is the
 ; one that installed versions of After Effects record as CommonPluginInstallPath
@@ -19,6 +25,12 @@
 !ifndef PRODUCT | PUBLISHER | CATEGORY | VERSION | VERSION_QUAD | MODULE_FILE | MODULE_NAME | LICENSE_FILE | COPYRIGHT | OUTFILE
   !error "packaging/CMakeLists.txt defines the installer's names and files"
 !endif
+!ifndef PRODUCT_PAGE | SIGN | SIGN_TOOL | SIGN_KEY | SIGN_TIME
+  !error "packaging/CMakeLists.txt defines how the installer is signed"
+!endif
+!define SIGN_WITH '"${SIGN}" "${SIGN_TOOL}" "${SIGN_KEY}" "${SIGN_TIME}"'
+!uninstfinalize '${SIGN_WITH} "${PRODUCT} uninstaller" "${PRODUCT_PAGE}" "%1"' = 0
+!finalize '${SIGN_WITH} "${PRODUCT} ${VERSION} setup" "${PRODUCT_PAGE}" "%1"' = 0
 
 Unicode true
 ; The module is a 64-bit library, so the installer is a 64-bit program too:

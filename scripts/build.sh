@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Main job: builds the Windows module dist/KSCinebar.aex (MinGW-w64 cross
-# build, preset win64) and the release made from it: the installer, the zip
-# bundle and SHA256SUMS in dist/. Then builds the command-line tool natively
+# build, preset win64; stripped and signed, its debug information in
+# dist/KSCinebar.aex.debug) and the release made from it: the signed
+# installer, the zip bundle and SHA256SUMS in dist/. The signing key is
+# CINEBAR_SIGN_PKCS12 (password in CINEBAR_SIGN_PASSWORD) when set, else a test
+# certificate made in the build tree. Then builds the command-line tool natively
 # (preset native-release) and renders the preview images and the contact
 # sheet into dist/previews/ with `cinebar demo`. Installs missing build
 # packages first when run as root.
@@ -28,6 +31,14 @@ fi
 (cd dist && sha256sum --check --quiet SHA256SUMS)
 echo "Release files, checked against dist/SHA256SUMS:"
 sed -E 's/^[0-9a-f]{64}  /  dist\//' dist/SHA256SUMS
+# Without the issuer's CA at hand verify fails, but still names the signer.
+report="$(osslsigncode verify -in "$module" 2>/dev/null || true)"
+signer="$(sed -n 's/^[[:space:]]*Subject: //p' <<<"$report" | head -n 1)"
+if [ -z "$signer" ]; then
+  echo "error: $module carries no signature" >&2
+  exit 1
+fi
+echo "Signed by: $signer"
 
 # Previews: every preset in both render modes on a test chart, through the
 # native build of the same module and the simulated host.

@@ -8,7 +8,8 @@ CINEBAR_PACKAGES=(
   googletest libgtest-dev libbenchmark-dev              # tests and benchmarks
   libpng-dev                                            # tool's image output
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
-  nsis zip unzip                                        # packaging
+  nsis zip unzip osslsigncode openssl                   # packaging and signing
+  gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
 
 # Prints the packages of CINEBAR_PACKAGES that are not installed.

@@ -10,8 +10,8 @@
 # tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
 set -u -o pipefail
 
-for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_BUILT_MODULE CINEBAR_PROBE \
-           CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
+for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPED_MODULE CINEBAR_PROBE \
+           CINEBAR_OSSLSIGNCODE CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
   if [ -z "${!var:-}" ]; then
     echo "installer_test.sh: $var is not set (run it through ctest)" >&2
     exit 2
@@ -123,6 +123,12 @@ uninstall_silently() {
   "$WINE" "$command" /S "${words[@]}"
 }
 
+signed() {  # signed <file>: a valid Authenticode signature
+  local ca=()
+  [ -z "${CINEBAR_SIGN_CAFILE:-}" ] || ca=(-CAfile "$CINEBAR_SIGN_CAFILE")
+  "$CINEBAR_OSSLSIGNCODE" verify "${ca[@]}" -in "$1" >/dev/null 2>&1
+}
+
 kilobytes() { echo $((($(stat -c %s "$1") + 1023) / 1024)); }
 
 # ---- checks of one installation ---------------------------------------------------
@@ -134,9 +140,11 @@ check_installed() {  # check_installed <case> <expected Windows folder of the mo
   module_file="$(unix_path "$module")"
 
   check "$name: the module is at $module" test -f "$module_file"
-  check "$name: the installed module is the built one" cmp -s "$module_file" "$CINEBAR_BUILT_MODULE"
+  check "$name: the installed module is the shipped one" cmp -s "$module_file" "$CINEBAR_SHIPPED_MODULE"
   check "$name: the installed module loads and sets up" \
     "$WINE" "$(winepath_w "$CINEBAR_PROBE")" "$module"
+
+  check "$name: the uninstaller is signed" signed "$(unix_path "$folder\\$UNINSTALLER")"
 
   check "$name: DisplayName" equals "$(reg_value "$UNINSTALL_KEY" DisplayName)" "$CINEBAR_PRODUCT"
   check "$name: Publisher" equals "$(reg_value "$UNINSTALL_KEY" Publisher)" "$CINEBAR_PUBLISHER"

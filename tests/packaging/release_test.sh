@@ -1,0 +1,109 @@
+#!/usr/bin/env bash
+# Checks the release files in dist/ the way a studio's deployment and a crash
+# investigation meet them:
+#   - the module and the installer carry valid SHA-256 Authenticode signatures
+#     with the release time, and a changed byte breaks them;
+#   - the module ships without debug sections, and is otherwise section for
+#     section the linked one (code, property list, resources, imports);
+#   - its GNU debug link finds dist/KSCinebar.aex.debug, which turns an
+#     address from a crash report into a source line;
+#   - SHA256SUMS covers every release file.
+#
+# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
+set -u -o pipefail
+
+for var in CINEBAR_OSSLSIGNCODE CINEBAR_OBJDUMP CINEBAR_OBJCOPY CINEBAR_ADDR2LINE CINEBAR_SHIPPED_MODULE \
+           CINEBAR_LINKED_MODULE CINEBAR_INSTALLER CINEBAR_RELEASE_EPOCH; do
+  if [ -z "${!var:-}" ]; then
+    echo "release_test.sh: $var is not set (run it through ctest)" >&2
+    exit 2
+  fi
+done
+dist="$(dirname "$CINEBAR_SHIPPED_MODULE")"
+module_name="$(basename "$CINEBAR_SHIPPED_MODULE")"
+symbols="$CINEBAR_SHIPPED_MODULE.debug"
+work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-release-test.XXXXXX")"
+trap 'rm -rf "$work"' EXIT
+
+passed=0
+failed=0
+check() {  # check <description> <command...>
+  local what="$1"
+  shift
+  if "$@"; then
+    passed=$((passed + 1))
+  else
+    failed=$((failed + 1))
+    echo "FAIL: $what"
+  fi
+}
+not() { ! "$@"; }
+contains() { grep -qF -- "$2" <<<"$1" || { echo "  no '$2' in:"; sed 's/^/    /' <<<"$1" | head -n 40; return 1; }; }
+
+# ---- signatures ----------------------------------------------------------------
+
+verify() {  # verify <file>: osslsigncode's report, exit code of the verification
+  local ca=()
+  [ -z "${CINEBAR_SIGN_CAFILE:-}" ] || ca=(-CAfile "$CINEBAR_SIGN_CAFILE")
+  "$CINEBAR_OSSLSIGNCODE" verify "${ca[@]}" -in "$1" 2>&1
+}
+# The time as OpenSSL prints it.
+signing_time="$(LC_ALL=C date -u -d "@$CINEBAR_RELEASE_EPOCH" '+%b %e %H:%M:%S %Y GMT')"
+
+for file in "$CINEBAR_SHIPPED_MODULE" "$CINEBAR_INSTALLER"; do
+  name="$(basename "$file")"
+  report="$(verify "$file")"
+  check "$name: signature verifies" contains "$report" "Signature verification: ok"
+  check "$name: digest is SHA-256" contains "$report" "Message digest algorithm  : SHA256"
+  check "$name: signing time is the release time" contains "$report" "Signing time: $signing_time"
+  # A byte changed in the middle of the signed bytes.
+  cp "$file" "$work/$name"
+  size="$(stat -c %s "$file")"
+  printf '\x5a' | dd of="$work/$name" bs=1 seek=$((size / 2)) conv=notrunc status=none
+  check "$name: a changed byte fails verification" not cmp -s "$file" "$work/$name"
+  check "$name: ... and is caught" not verify "$work/$name" >/dev/null
+done
+
+# ---- symbols -----------------------------------------------------------------------
+
+sections() { "$CINEBAR_OBJDUMP" -h "$1" | awk '$1 ~ /^[0-9]+$/ { print $2 }'; }
+shipped_sections="$(sections "$CINEBAR_SHIPPED_MODULE")"
+check "$module_name: no debug sections" not grep -q '^\.debug_' <<<"$shipped_sections"
+check "$module_name: has a debug link" grep -qx '\.gnu_debuglink' <<<"$shipped_sections"
+check "$module_name.debug: has the debug information" grep -qx '\.debug_info' <<<"$(sections "$symbols")"
+
+# Every section the module is loaded with, byte for byte the linked module's.
+for section in $(sections "$CINEBAR_LINKED_MODULE"); do
+  case "$section" in .debug_* | .bss) continue ;; esac
+  "$CINEBAR_OBJCOPY" -O binary -j "$section" "$CINEBAR_LINKED_MODULE" "$work/linked$section"
+  "$CINEBAR_OBJCOPY" -O binary -j "$section" "$CINEBAR_SHIPPED_MODULE" "$work/shipped$section"
+  check "$module_name: $section is the linked module's" cmp -s "$work/linked$section" "$work/shipped$section"
+done
+
+# A crash report gives the module's offset: image base plus offset is the
+# address the symbols know. EntryPointFunc's own offset stands in for one.
+headers="$("$CINEBAR_OBJDUMP" -p "$CINEBAR_SHIPPED_MODULE")"
+base="$(awk '$1 == "ImageBase" { print $2 }' <<<"$headers")"
+offset="$(awk '/Export Address Table/ { table = 1; next } table && /Export RVA/ { print $(NF - 2); exit }' \
+  <<<"$headers")"
+check "$module_name: export offset read" test -n "$base" -a -n "$offset"
+address="$(printf '%#x' $((0x$base + 0x$offset)))"
+located="$("$CINEBAR_ADDR2LINE" -f -e "$symbols" "$address" | tr '\n' ' ')"
+check "$module_name.debug: offset $offset is EntryPointFunc in plugin/entry_point.cpp (got: $located)" \
+  grep -qE '^EntryPointFunc (\./)?plugin/entry_point\.cpp:[0-9]+ $' <<<"$located"
+check "$module_name: objdump follows the debug link to $module_name.debug" contains \
+  "$(cd "$work" && "$CINEBAR_OBJDUMP" --dwarf=follow-links --dwarf=decodedline "$CINEBAR_SHIPPED_MODULE" 2>&1 |
+    head -n 1)" "(loaded from $symbols)"
+
+# ---- sums ------------------------------------------------------------------------------
+
+listed="$(sed -E 's/^[0-9a-f]{64}  //' "$dist/SHA256SUMS" | sort)"
+for file in "$CINEBAR_SHIPPED_MODULE" "$symbols" "$CINEBAR_INSTALLER"; do
+  check "SHA256SUMS lists $(basename "$file")" grep -qxF "$(basename "$file")" <<<"$listed"
+done
+check "SHA256SUMS lists four files" test "$(wc -l <<<"$listed")" -eq 4
+sums_match() { (cd "$dist" && sha256sum --check --quiet SHA256SUMS); }
+check "SHA256SUMS matches the files" sums_match
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
