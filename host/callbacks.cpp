@@ -119,7 +119,7 @@ struct HostCallbacks {
     CallRecord& r = h->Begin(fn, "size=" + std::to_string(size));
     r.size = size;
     Fault f;
-    if (h->Faulted(fn, r, &f)) return nullptr;
+    if (h->Faulted(fn, r, &f)) return r.handle = f.error == 0 ? h->handles_.NewWithoutBlock() : nullptr;
     r.handle = h->handles_.New(size);
     return r.handle;
   }

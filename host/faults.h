@@ -1,7 +1,7 @@
 // Fault injection: make the Nth call of a host function, or every call from
 // the Nth on, fail. A failing call does not do its work and answers:
 //   functions returning PF_Err or SPErr -> Fault::error;
-//   host_new_handle, host_lock_handle    -> null;
+//   host_new_handle, host_lock_handle    -> null (Fault::Null() gives a new handle without a block);
 //   AcquireSuite                         -> Fault::error and a null suite
 //                                           (Fault::Null() gives "no error but null suite");
 //   sprintf -> -1 with nothing written; strcpy -> null with nothing copied;

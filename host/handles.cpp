@@ -32,6 +32,12 @@ PF_Handle HandleStore::New(A_HandleSize size) {
   return handle;
 }
 
+PF_Handle HandleStore::NewWithoutBlock() {
+  PF_Handle handle = New(0);
+  *handle = nullptr;
+  return handle;
+}
+
 namespace {
 std::string Unknown(const char* what, PF_Handle handle, bool disposed) {
   return std::string(what) + " of " +
@@ -82,6 +88,7 @@ std::string HandleStore::Dispose(PF_Handle handle) {
   Block* b = Find(handle);
   if (b == nullptr) return Unknown("dispose", handle, IsDisposed(handle));
   std::fill(b->bytes.begin(), b->bytes.end(), kDisposedHandleByte);
+  b->master = b->bytes.data();
   b->disposed = true;
   return {};
 }

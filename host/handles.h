@@ -33,6 +33,7 @@ class HandleStore {
   // disposed of, or not a handle at all) changes nothing and returns a problem
   // text instead of touching the pointer; the empty text means success.
   PF_Handle New(A_HandleSize size);  // null when size > kMaxHandleSize
+  PF_Handle NewWithoutBlock();       // a handle whose master pointer is null: no memory, but no error
   std::string Lock(PF_Handle handle, void** block);
   // Also accepts the address of a locked block in place of its handle, as
   // After Effects does; and one unlock (of the handle, or of the null block

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "platform/platform.h"
@@ -68,12 +69,14 @@ class BoundBranding : public ::testing::Test {
   void SetUp() override {
     void* library = cinebar_platform::LoadLibraryFile(InstalledLibraryPath().string().c_str());
     ASSERT_NE(nullptr, library);
-    reset = reinterpret_cast<TWDouble_ResetFn>(cinebar_platform::FindExport(library, "TWDouble_Reset"));
-    configure =
-        reinterpret_cast<TWDouble_ConfigureFn>(cinebar_platform::FindExport(library, "TWDouble_Configure"));
-    count =
-        reinterpret_cast<TWDouble_CallCountFn>(cinebar_platform::FindExport(library, "TWDouble_CallCount"));
-    get = reinterpret_cast<TWDouble_GetCallFn>(cinebar_platform::FindExport(library, "TWDouble_GetCall"));
+    const auto find = [&](auto& entry, const char* name) {
+      entry = reinterpret_cast<std::remove_reference_t<decltype(entry)>>(
+          cinebar_platform::FindExport(library, name));
+    };
+    find(reset, "TWDouble_Reset");
+    find(configure, "TWDouble_Configure");
+    find(count, "TWDouble_CallCount");
+    find(get, "TWDouble_GetCall");
     reset();
     configure(300.7f, 60.9f, 0);
     ASSERT_EQ(PF_Err_NONE, host.GlobalSetup());

@@ -30,54 +30,42 @@ class Controls : public ::testing::Test {
   Instance* instance = nullptr;
 };
 
+// Byte for byte, as the host copies each definition: every field not set here is zero.
 TEST_F(Controls, DefinitionsAsTheHostReceivesThem) {
-  const auto& added = host.added_params();
-  ASSERT_EQ(5u, added.size());
-  const struct {
-    const char* name;
-    PF_ParamType type;
-    A_long id;
-    PF_ParamFlags flags;
-    PF_ParamUIFlags ui_flags;
-    const char* items;
-    A_long choices, dephault;
-  } kExpected[] = {
-      {"Render", PF_Param_POPUP, 1, 0x20, 0, "On Transparent|On Image", 2, 2},
-      {"Preset", PF_Param_POPUP, 2, 0x62, PF_PUI_STD_CONTROL_ONLY,
-       "4:3 (Academy)|1.66:1 (Super 16)|16:9 (Widescreen TV)|1.85:1 (Theatrical)|2.35:1 (Anamorphic)|2.76:1 "
-       "(Ultra)|(-|Custom",
-       8, 1},
-      {"Aspect Ratio", PF_Param_FLOAT_SLIDER, 3, 0x60, 0, "", 0, 0},
-      {"Color", PF_Param_COLOR, 4, 0x20, 0, "", 0, 0},
-  };
-  for (size_t i = 0; i < std::size(kExpected); ++i) {
-    const auto& want = kExpected[i];
-    const PF_ParamDef& def = added[i + 1].def;
-    SCOPED_TRACE(want.name);
-    EXPECT_EQ(-1, added[i + 1].index);
-    EXPECT_STREQ(want.name, def.name);
-    EXPECT_EQ(std::vector<A_long>({want.type, want.id, want.flags, want.ui_flags, 0, 0}),
-              std::vector<A_long>(
-                  {def.param_type, def.uu.id, def.flags, def.ui_flags, def.ui_width, def.ui_height}));
-    EXPECT_EQ(want.items, added[i + 1].popup_items);
-    if (want.type == PF_Param_POPUP) {
-      EXPECT_EQ(want.choices, def.u.pd.num_choices);
-      EXPECT_EQ(want.dephault, def.u.pd.dephault);
-    }
+  const char* const kNames[] = {"Render", "Preset", "Aspect Ratio", "Color"};
+  const PF_ParamType kTypes[] = {PF_Param_POPUP, PF_Param_POPUP, PF_Param_FLOAT_SLIDER, PF_Param_COLOR};
+  const PF_ParamFlags kFlags[] = {0x20, 0x62, 0x60, 0x20};
+  const char* const kItems[] = {"On Transparent|On Image",
+                                "4:3 (Academy)|1.66:1 (Super 16)|16:9 (Widescreen TV)|1.85:1 (Theatrical)|"
+                                "2.35:1 (Anamorphic)|2.76:1 (Ultra)|(-|Custom",
+                                "", ""};
+  PF_ParamDef want[4];
+  std::memset(want, 0, sizeof want);
+  for (A_long i = 0; i < 4; ++i) {
+    want[i].param_type = kTypes[i];
+    want[i].uu.id = i + 1;
+    want[i].flags = kFlags[i];
+    std::strcpy(want[i].name, kNames[i]);
   }
-  PF_FloatSliderDef ratio;  // byte for byte: every field not set here is zero
-  std::memset(&ratio, 0, sizeof ratio);
+  want[0].u.pd.num_choices = want[0].u.pd.dephault = 2;
+  want[1].u.pd.num_choices = 8;
+  want[1].u.pd.dephault = 1;
+  want[1].ui_flags = PF_PUI_STD_CONTROL_ONLY;
+  PF_FloatSliderDef& ratio = want[2].u.fs_d;
   ratio.valid_max = 12.0f;
   ratio.slider_max = 3.0f;
   ratio.dephault = 4.0f / 3.0f;
   ratio.value = 1.3333333730697632;
   ratio.precision = 3;
-  EXPECT_EQ(0, std::memcmp(&ratio, &added[3].def.u.fs_d, sizeof ratio));
-  const PF_ColorDef& color = added[4].def.u.cd;
-  EXPECT_EQ((std::vector<int>{255, 0, 0, 0, 255, 0, 0, 0}),
-            (std::vector<int>{color.value.alpha, color.value.red, color.value.green, color.value.blue,
-                              color.dephault.alpha, color.dephault.red, color.dephault.green,
-                              color.dephault.blue}));
+  want[3].u.cd.value = want[3].u.cd.dephault = PF_Pixel{255, 0, 0, 0};
+  ASSERT_EQ(5u, host.added_params().size());
+  for (size_t i = 0; i < 4; ++i) {
+    const cinebar_simhost::AddedParam& got = host.added_params()[i + 1];
+    EXPECT_EQ(-1, got.index);
+    EXPECT_EQ(kItems[i], got.popup_items);
+    if (kTypes[i] == PF_Param_POPUP) want[i].u.pd.u.namesptr = got.def.u.pd.u.namesptr;  // the host's copy
+    EXPECT_EQ(0, std::memcmp(&want[i], &got.def, sizeof got.def)) << kNames[i];
+  }
   ASSERT_EQ(1u, host.registered_ui().size());
   PF_CustomUIInfo ui{};
   ui.events = PF_CustomEFlag_EFFECT;
