@@ -141,6 +141,15 @@ TEST_F(Controls, TheRecordIsNewAtSetupKeptThroughProjectsAndFreedAtSetdown) {
   EXPECT_NE(duplicate.instance.sequence_data(), reopened.instance.sequence_data());
   EXPECT_EQ(PF_Err_NONE, host.Command(*instance, PF_Cmd_SEQUENCE_FLATTEN));
   EXPECT_EQ(5, Record(*instance)[0]);
+  // A host that presents the record in in_data alone gets it back in out_data, reserved bytes cleared.
+  host.handles().SetBytes(instance->sequence_data(), saved.sequence_bytes);
+  PF_InData in_data = host.in_data();
+  in_data.sequence_data = instance->sequence_data();
+  PF_OutData out_data{};
+  ASSERT_EQ(PF_Err_NONE,
+            host.CallRaw(PF_Cmd_SEQUENCE_RESETUP, &in_data, &out_data, nullptr, nullptr, nullptr));
+  EXPECT_EQ(instance->sequence_data(), out_data.sequence_data);
+  EXPECT_EQ(std::vector<uint8_t>({5, 0, 0, 0, 0, 0, x, x, 0, 0, 0, 0}), Record(*instance));
 
   host.log().Clear();
   ASSERT_EQ(PF_Err_NONE, host.SequenceSetup(*instance));  // a second setup starts again

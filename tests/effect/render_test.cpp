@@ -5,10 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cfloat>
+#include <cmath>
 #include <cstring>
 #include <utility>
 #include <vector>
 
+#include "effect/geometry.h"
 #include "tests/effect/worked_frames.h"
 #include "tests/fixtures/effect_host.h"
 
@@ -78,6 +81,35 @@ TEST(Render, WorkedRectanglesAsReceivedAndAsDrawn) {
     }
     EXPECT_TRUE(output.GuardsIntact());
     ASSERT_EQ(PF_Err_NONE, host.Remove(layer));
+  }
+}
+
+// The slider's double is read as the nearest single-precision value, as the
+// processor rounds it: beyond FLT_MAX plus half a unit an infinity, no
+// undefined behaviour. A world of no height tells FLT_MAX from infinity.
+TEST(Render, TheRatioIsReadAsTheNearestSinglePrecisionValue) {
+  const double threshold = static_cast<double>(FLT_MAX) + std::ldexp(1.0, 103);
+  const struct {
+    double slider;
+    float read;
+  } kValues[] = {{threshold, INFINITY}, {std::nextafter(threshold, 0.0), FLT_MAX}, {-threshold, -INFINITY},
+                 {1e300, INFINITY},     {static_cast<double>(FLT_MAX), FLT_MAX},   {NAN, NAN},
+                 {2.35, 2.35f}};
+  Host host(TheModule());
+  ASSERT_EQ(PF_Err_NONE, host.GlobalSetup());
+  ASSERT_EQ(PF_Err_NONE, host.ParamsSetup());
+  for (const auto& value : kValues) {
+    for (const A_long height : {0, 18}) {
+      SCOPED_TRACE(::testing::Message() << value.slider << " in 32x" << height);
+      Instance& layer = host.Apply(World(32, height)).instance;
+      layer.param(kRatio).u.fs_d.value = value.slider;
+      layer.param(kRender).u.pd.value = 1;
+      World output(32, height);
+      host.log().Clear();
+      ASSERT_EQ(PF_Err_NONE, host.Render(layer, output));
+      const PF_Rect want = ComputePictureRect(32, height, value.read, {1, 1}, {1, 1}, {1, 1});
+      EXPECT_EQ(0, std::memcmp(&want, &*host.log().Named("fill")[1]->rect, sizeof want));
+    }
   }
 }
 
