@@ -51,41 +51,35 @@ TEST(StrictHost, NoticesEachMisdeedOnceAndToleratesWhatAfterEffectsDoes) {
     Body body;
   } kCases[] = {
       {"popup items changed after add_param", PF_Cmd_PARAMS_SETUP,
-       [](PF_InData* in, PF_OutData* out, PF_ParamDef**) {
-         return OnePopup(in, out, [] { g_items[0] = 'X'; });
-       }},
+       [](auto in, auto out, auto) { return OnePopup(in, out, [] { g_items[0] = 'X'; }); }},
       {"num_params", PF_Cmd_PARAMS_SETUP,
-       [](PF_InData* in, PF_OutData* out, PF_ParamDef**) {
-         return OnePopup(in, out, [] {}), out->num_params = 3, 0;
-       }},
+       [](auto in, auto out, auto) { return OnePopup(in, out, [] {}), out->num_params = 3, 0; }},
       {"held past the command", PF_Cmd_RENDER,
-       [](PF_InData* in, PF_OutData*, PF_ParamDef**) { return Acquire<void>(in, "PF Handle Suite", 2), 0; }},
+       [](auto in, auto, auto) { return Acquire<void>(in, "PF Handle Suite", 2), 0; }},
       {"a handle leaked", PF_Cmd_RENDER,
-       [](PF_InData* in, PF_OutData*, PF_ParamDef**) { return in->utils->host_new_handle(4), 0; }},
+       [](auto in, auto, auto) { return in->utils->host_new_handle(4), 0; }},
       {"a handle leaked", PF_Cmd_SEQUENCE_SETDOWN, [](auto...) { return PF_Err_NONE; }},
       {"", PF_Cmd_SEQUENCE_SETDOWN,
        [](auto...) { return PF_Err{1}; }},  // a failed setdown leaves it with the host
       {"wrote into a disposed handle", PF_Cmd_RENDER,
-       [](PF_InData* in, PF_OutData*, PF_ParamDef**) {
+       [](auto in, auto, auto) {
          PF_Handle gone = in->utils->host_new_handle(4);
          Acquire<PF_HandleSuite1>(in, "PF Handle Suite", 2)->host_dispose_handle(gone);
          in->pica_basicP->ReleaseSuite("PF Handle Suite", 2);
          return static_cast<char*>(*gone)[3] = 1, 0;
        }},
       {"returned sequence data it does not own", PF_Cmd_SEQUENCE_RESETUP,
-       [](PF_InData* in, PF_OutData*, PF_ParamDef**) {
-         return in->utils->host_dispose_handle(in->sequence_data), 0;
-       }},
+       [](auto in, auto, auto) { return in->utils->host_dispose_handle(in->sequence_data), 0; }},
       {"dispose of a disposed handle", PF_Cmd_SEQUENCE_SETDOWN,
-       [](PF_InData* in, PF_OutData* out, PF_ParamDef**) {
+       [](auto in, auto out, auto) {
          in->utils->host_dispose_handle(in->sequence_data);
          out->sequence_data = nullptr;
          return in->utils->host_dispose_handle(in->sequence_data), 0;
        }},
       {"written by a failed command", PF_Cmd_USER_CHANGED_PARAM,
-       [](PF_InData*, PF_OutData*, PF_ParamDef** params) { return params[1]->u.pd.value = 2, PF_Err{1}; }},
+       [](auto, auto, auto params) { return params[1]->u.pd.value = 2, PF_Err{1}; }},
       {"", PF_Cmd_USER_CHANGED_PARAM,  // flagged, or pushed to the UI: not half-written
-       [](PF_InData* in, PF_OutData*, PF_ParamDef** params) {
+       [](auto in, auto, auto params) {
          params[1]->u.pd.value = 2;
          Acquire<PF_ParamUtilsSuite3>(in, "PF Param Utils Suite", 3)
              ->PF_UpdateParamUI(in->effect_ref, 1, params[1]);
@@ -93,7 +87,7 @@ TEST(StrictHost, NoticesEachMisdeedOnceAndToleratesWhatAfterEffectsDoes) {
          return PF_Err{1};
        }},
       {"", PF_Cmd_EVENT,  // by the block's address, as the header's unlock does
-       [](PF_InData* in, PF_OutData*, PF_ParamDef**) {
+       [](auto in, auto, auto) {
          in->utils->host_unlock_handle(static_cast<PF_Handle>(in->utils->host_lock_handle(in->global_data)));
          return PF_Err_NONE;
        }},
@@ -101,15 +95,15 @@ TEST(StrictHost, NoticesEachMisdeedOnceAndToleratesWhatAfterEffectsDoes) {
   for (const auto& c : kCases) {
     SCOPED_TRACE(::testing::Message() << "command " << c.cmd << ": " << (*c.error ? c.error : "accepted"));
     Host host(Fake);
-    g_body = [](PF_InData* in, PF_OutData* out, PF_ParamDef**) {
+    g_body = [](auto in, auto out, auto) {
       out->global_data = in->utils->host_new_handle(8);
       return PF_Err_NONE;
     };
     host.GlobalSetup();
-    g_body = [](PF_InData* in, PF_OutData* out, PF_ParamDef**) { return OnePopup(in, out, [] {}); };
+    g_body = [](auto in, auto out, auto) { return OnePopup(in, out, [] {}); };
     host.ParamsSetup();
     Instance& instance = host.AddInstance(World(2, 2));
-    g_body = [](PF_InData* in, PF_OutData* out, PF_ParamDef**) {
+    g_body = [](auto in, auto out, auto) {
       out->sequence_data = in->utils->host_new_handle(4);
       return PF_Err_NONE;
     };
