@@ -17,7 +17,7 @@ struct Outcome {
 
 // Each test runs in its own empty folder: paths are relative to it.
 class ToolTest : public ::testing::Test {
- protected:
+ public:
   void SetUp() override;
   void TearDown() override;
   Outcome Run(std::vector<std::string> args);  // adds --module naming the built module

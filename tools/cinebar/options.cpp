@@ -131,17 +131,14 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
     }
     if (render && arg == "--overwrite") {
       options.overwrite = true;
-    } else if (render && (arg == "--jobs" || arg == "--compression")) {
-      const auto n = ParsePositiveInteger(value == "0" && arg == "--compression" ? "10" : value, 1024);
-      const bool ok = n && (arg == "--jobs" || *n <= 10);
-      if (!ok)
-        Usage(
-            arg + " \"" + value +
-            (arg == "--jobs" ? "\" is not a whole number from 1 to 1024" : "\" is not a level from 0 to 9"));
-      if (arg == "--jobs")
-        options.jobs = static_cast<int>(*n);
-      else
-        options.compression = static_cast<int>(*n % 10);
+    } else if (render && arg == "--jobs") {
+      const auto n = ParsePositiveInteger(value, 1024);
+      if (!n) Usage("--jobs \"" + value + "\" is not a whole number from 1 to 1024");
+      options.jobs = static_cast<int>(*n);
+    } else if (render && arg == "--compression") {
+      if (value.size() != 1 || value[0] < '0' || value[0] > '9')
+        Usage("--compression \"" + value + "\" is not a level from 0 to 9");
+      options.compression = value[0] - '0';
     } else if (arg == "--module") {
       options.module = value;
     } else if (arg == "--out" && options.command == "demo") {

@@ -27,9 +27,9 @@ void CheckOutputs(const std::vector<FramePair>& frames, bool overwrite) {
   }
   for (const FramePair& f : frames) {
     struct stat st {};
-    if (lstat(f.out.c_str(), &st) != 0) continue;  // a new file; a folder that is missing is made later
-    if (inputs.count({st.st_dev, st.st_ino}) != 0)
+    if (stat(f.out.c_str(), &st) == 0 && inputs.count({st.st_dev, st.st_ino}) != 0)
       throw ToolError(kExitUsage, "refusing to write " + f.out + ": it is an input of this render");
+    if (lstat(f.out.c_str(), &st) != 0) continue;  // a new file; a folder that is missing is made later
     if (S_ISLNK(st.st_mode))
       throw ToolError(kExitOutput, "refusing to replace " + f.out + ": it is a symbolic link");
     if (!S_ISREG(st.st_mode)) {
