@@ -9,9 +9,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zlib.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +19,6 @@
 #include <thread>
 
 #include "tool_fixture.h"
-#include "tools/cinebar/frames.h"
 #include "tools/cinebar/image.h"
 
 namespace cinebar_tool_test {
@@ -41,12 +38,6 @@ struct FileCase {
   const char* says = "";  // part of the message
 };
 void PrintTo(const FileCase& c, std::ostream* out) { *out << c.name; }
-
-std::string Contents(const std::string& path) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  return bytes.str();
-}
 
 std::map<std::string, std::string> Snapshot() {
   std::map<std::string, std::string> files;
@@ -95,13 +86,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         FileCase{"missing_input", "", "in.png out.png", 3, ".", ""},
         FileCase{"text_named_png", "bad.png", "bad.png out.png", 3, ".", "bad.png"},
-        FileCase{"empty_file", "empty.png", "empty.png out.png", 3, ".", "empty.png"},
         FileCase{"cut_short_png", "cut.png", "cut.png out.png", 3, ".", "cut.png"},
         FileCase{"empty_input_folder", "frames/", "frames rendered", 3, ".", "frames"},
         FileCase{"same_file", "in.png", "in.png ./in.png", 2, ".", "in.png", "input"},
         FileCase{"folder_onto_itself", "frames/ frames/a.png", "frames frames/.", 2, "frames", "a.png"},
-        FileCase{"link_to_input", "in.png out.png@in.png", "in.png out.png --overwrite", 2, ".",
-                 "in.png out.png"},
         FileCase{"link_elsewhere", "in.png x.png out.png@x.png", "in.png out.png --overwrite", 5, ".",
                  "in.png out.png x.png", "link"},
         FileCase{"fifo", "in.png out.png|", "in.png out.png --overwrite", 5, ".", "in.png out.png", "FIFO"},
@@ -110,23 +98,15 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"overwrite", "in.png o/ o/out.png", "in.png o/out.png --overwrite", 0, "o", "out.png"},
         FileCase{"folders_created", "in.png", "in.png a/b/c/out.png", 0, "a/b/c", "out.png"},
         FileCase{"output_folder_is_a_file", "in.png plain", "in.png plain/out.png", 5, ".", "in.png plain"},
-        FileCase{"output_is_a_folder", "in.png taken/", "in.png taken", 2, ".", "in.png taken"},
         FileCase{"sequence_to_one_file", "frames/ frames/a.png", "frames out/one.png", 2, ".", "frames",
                  "pattern"},
         FileCase{"output_frame_is_a_folder", "frames/ frames/a.png rendered/ rendered/a.png/",
                  "frames rendered", 5, "rendered", "a.png"},
-        FileCase{"folder", "frames/ frames/shot_a.png frames/shot_b.png frames/notes.txt", "frames rendered",
-                 0, "rendered", "shot_a.png shot_b.png"},
         FileCase{"numbered", "in_007.png in_008.png in_010.png in_9.png", "in_%03d.png out/frame_%04d.png", 0,
                  "out", "frame_0007.png frame_0008.png frame_0010.png"},
-        FileCase{"bad_frame_stops", "frames/ frames/a.png frames/b_bad.png frames/c.png", "frames rendered",
-                 3, "rendered", "a.png", "frame 2 of 3; 1 frame written"}));
-
-TEST(FrameOrder, NumbersCountAsNumbers) {
-  std::vector<std::string> names{"f10.png", "f2.png", "f1.png", "g.png", "f02b.png", "f011.png"};
-  std::sort(names.begin(), names.end(), cinebar_tool::NaturalLess);
-  EXPECT_EQ(names, Words("f1.png f2.png f02b.png f10.png f011.png g.png"));
-}
+        // In numeric order the bad frame is the last; in text order it would be the second.
+        FileCase{"bad_frame_stops", "f/ f/1.png f/2.png f/10bad.png f/notes.txt", "f out/%d.png", 3, "out",
+                 "1.png 2.png", "frame 3 of 3; 2 frames written"}));
 
 // The cinebar program in a child, stderr to err.txt; `cap` limits it to 200 MB.
 int RunProgram(std::vector<std::string> args, bool cap, const char* interrupt_when = nullptr) {
@@ -168,17 +148,10 @@ TEST_F(ToolTest, InterruptedSequenceLeavesWholeFramesOnly) {
 
 TEST_F(ToolTest, HugeHeaderIsRefusedBeforeTakingMemory) {
   // Signature, a 32767x32767 RGBA header, a few bytes of image data, the end: 65 bytes.
-  std::string png("\x89PNG\r\n\x1a\n", 8);
-  const auto chunk = [&png](const std::string& type, const std::string& data) {
-    for (int shift = 24; shift >= 0; shift -= 8) png += static_cast<char>(data.size() >> shift);
-    const std::string body = type + data;
-    png += body;
-    const uLong crc = crc32(0, reinterpret_cast<const Bytef*>(body.data()), static_cast<uInt>(body.size()));
-    for (int shift = 24; shift >= 0; shift -= 8) png += static_cast<char>(crc >> shift);
-  };
-  chunk("IHDR", std::string("\0\0\x7f\xff\0\0\x7f\xff\x08\x06\0\0\0", 13));
-  chunk("IDAT", std::string("\x78\x9c\x63\x60\0\0\0\x02", 8));
-  chunk("IEND", "");
+  const std::string png(
+      "\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\x7f\xff\0\0\x7f\xff\x08\x06\0\0\0\x49\xf2\x06\x3d"
+      "\0\0\0\x08IDAT\x78\x9c\x63\x60\0\0\0\x02\x40\xc9\xa0\x7f\0\0\0\0IEND\xae\x42\x60\x82",
+      65);
   ASSERT_EQ(png.size(), 65u);
   std::ofstream("huge.png", std::ios::binary) << png;
   const int status = RunProgram({"render", "huge.png", "out.png"}, true);

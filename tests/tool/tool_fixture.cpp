@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -73,6 +74,12 @@ void WritePattern(const std::string& path, int width, int height, const std::str
   }
   const void* buffer = deep ? static_cast<const void*>(wide.data()) : narrow.data();
   ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, buffer, 0, nullptr), 0) << image.message;
+}
+
+std::string Contents(const std::string& path) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
 }
 
 std::vector<std::string> Words(const std::string& text) {

@@ -35,6 +35,8 @@ std::uint16_t Sample(int x, int y, int channel, bool deep);
 void WritePattern(const std::string& path, int width, int height, const std::string& layout = "rgba",
                   bool deep = false);
 
+std::string Contents(const std::string& path);  // a file's bytes
+
 // The words of a text separated by spaces.
 std::vector<std::string> Words(const std::string& text);
 
