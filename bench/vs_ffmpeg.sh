@@ -5,7 +5,7 @@
 # default threads. Prints frames per second and the ratio cinebar/ffmpeg (best
 # of RUNS runs each), and whether both give the same pixels.
 #   bench/vs_ffmpeg.sh [BUILD_DIR]   (default build/native-release, built if needed)
-#   FRAMES_HD (48), FRAMES_4K (12) and RUNS (3) change the amount of work.
+#   FRAMES_HD (48), FRAMES_4K (48) and RUNS (3) change the amount of work.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/deps.sh
@@ -78,4 +78,4 @@ echo "cinebar/ffmpeg on $(nproc) hardware threads, best of $runs runs ($(ffmpeg 
 printf '%-14s %-8s %8s %8s %7s\n' job threads "cinebar" "ffmpeg" ratio
 printf '%-14s %-8s %8s %8s %7s\n' "" "" "fps" "fps" ""
 job 1080p-8bit 1920x1080 rgb24 "${FRAMES_HD:-48}" 817 131 rgba
-job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 1634 263 rgba64be
+job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-48}" 1634 263 rgba64be

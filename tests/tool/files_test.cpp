@@ -29,7 +29,7 @@ namespace fs = std::filesystem;
 struct FileCase {
   const char* name;
   // Set up in order: "x/" a folder; "x@y" a link x to y; "x|" a FIFO x; "x.png"
-  // a picture, except that names with "bad" hold text, "cut" a picture cut short, "empty" nothing.
+  // a picture, except that names with "bad" hold text and "cut" a picture cut short; others text.
   const char* files;
   const char* in_out;
   int code;
@@ -58,11 +58,11 @@ TEST_P(FilesLeft, ExitCodeMessageAndTheFilesLeft) {
       fs::create_symlink(name.substr(name.find('@') + 1), name.substr(0, name.find('@')));
     } else if (name.back() == '|') {
       ASSERT_EQ(mkfifo(name.substr(0, name.size() - 1).c_str(), 0644), 0);
-    } else if (has(".png") && !has("bad") && !has("empty")) {
+    } else if (has(".png") && !has("bad")) {
       WritePattern(name, 48, 27);
       if (has("cut")) fs::resize_file(name, 100);
     } else {
-      std::ofstream(name) << (has("empty") ? "" : "not a picture");
+      std::ofstream(name) << "not a picture";
     }
   }
   const auto before = Snapshot();

@@ -24,7 +24,9 @@ const char kUsage[] =
     "    file is refused; an existing one too unless --overwrite. Each frame is written to a temporary\n"
     "    file and renamed, so an interrupted render leaves whole frames only.\n"
     "  --jobs N: frames in flight (default: one per hardware thread).\n"
-    "  --compression L: zlib level (default 1, rows unfiltered: speed over size; 4-9 filter rows).\n"
+    "  --compression L: deflate level 0-9 (default 1 with rows unfiltered: speed over size; 4-9 add\n"
+    "    the Sub row filter for smaller files).\n"
+    "  A frame is refused from its header when its world would pass the simulated host's 1 GiB.\n"
     "  Every command takes --module PATH (or $CINEBAR_MODULE) to choose the module file.\n"
     "  Exit codes: 2 usage, 3 input file, 4 module, 5 output file, 6 out of memory.\n";
 

@@ -116,10 +116,12 @@ struct Result {
 };
 
 // Reads, renders and writes one frame into a temporary; the worlds are the worker's own, reused.
-std::string WriteOne(const FramePair& frame, Session& session, Layer& layer, std::mutex& module,
-                     const SequenceSettings& settings, Temporaries& temps, std::unique_ptr<World>& input,
+std::string WriteOne(const FramePair& frame, bool first, Session& session, Layer& layer, std::mutex& module,
+                     SequenceSettings& settings, Temporaries& temps, std::unique_ptr<World>& input,
                      std::unique_ptr<World>& output) {
-  const FrameForm form = ReadFrame(frame.in, input);
+  const bool ready = first && settings.first;
+  if (ready) input = std::move(settings.first);
+  const FrameForm form = ready ? settings.first_form : ReadFrame(frame.in, input);
   input->set_pixel_aspect(session.pixel_aspect());
   if (!output || output->width() != form.width || output->height() != form.height ||
       output->deep() != form.deep) {
@@ -154,7 +156,7 @@ std::string WriteOne(const FramePair& frame, Session& session, Layer& layer, std
 }  // namespace
 
 void RenderSequence(const std::vector<FramePair>& frames, Session& session, Layer& layer,
-                    const SequenceSettings& settings, const std::function<void(std::size_t)>& progress) {
+                    SequenceSettings& settings, const std::function<void(std::size_t)>& progress) {
   Temporaries temps;
   const std::size_t n = frames.size();
   const std::size_t jobs = std::min<std::size_t>(static_cast<std::size_t>(std::max(settings.jobs, 1)), n);
@@ -177,7 +179,7 @@ void RenderSequence(const std::vector<FramePair>& frames, Session& session, Laye
       }
       Result r;
       try {
-        r.temp = WriteOne(frames[i], session, layer, module, settings, temps, input, output);
+        r.temp = WriteOne(frames[i], i == 0, session, layer, module, settings, temps, input, output);
       } catch (const ToolError& e) {
         r.code = e.code();
         r.message = e.what();

@@ -50,6 +50,9 @@ class Temporaries {
 struct SequenceSettings {
   int jobs = 1;
   WriteSettings write;
+  // The first frame when it has been read already (it is not read again).
+  std::unique_ptr<cinebar_simhost::World> first;
+  FrameForm first_form;
 };
 
 // Renders every frame through `layer` (one module call at a time) and writes
@@ -57,6 +60,6 @@ struct SequenceSettings {
 // failure the frames before it stay written, no later one appears, and the
 // ToolError says how many were written and which frame failed.
 void RenderSequence(const std::vector<FramePair>& frames, Session& session, Layer& layer,
-                    const SequenceSettings& settings, const std::function<void(std::size_t)>& progress);
+                    SequenceSettings& settings, const std::function<void(std::size_t)>& progress);
 
 }  // namespace cinebar_tool

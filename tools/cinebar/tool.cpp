@@ -64,8 +64,7 @@ int Render(const Options& options, Console& console) {
       options.pixel_aspect_given ? options.pixel_aspect : PixelAspectOf(form.chunks);
   Session session(ModulePath(options, console), aspect, options.downsample_x, options.downsample_y);
   const std::vector<Edit> edits = ResolveEdits(session, options.edits);
-  Layer layer(session, std::move(*first));
-  first.reset();
+  Layer layer(session, *first);
   for (const Edit& edit : edits) layer.Change(edit);
   std::set<std::string> folders;
   for (const FramePair& f : frames) folders.insert(FolderOf(f.out));
@@ -74,6 +73,8 @@ int Render(const Options& options, Console& console) {
   settings.jobs =
       options.jobs > 0 ? options.jobs : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   settings.write.level = options.compression;
+  settings.first = std::move(first);
+  settings.first_form = form;
   RenderSequence(frames, session, layer, settings,
                  [&](std::size_t done) { Progress(console, done, frames.size(), frames[done - 1].out); });
   console.out << "rendered " << frames.size() << (frames.size() == 1 ? " frame" : " frames") << " to "
