@@ -10,13 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <ostream>
-#include <sstream>
-#include <thread>
 
 #include "tool_fixture.h"
 #include "tools/cinebar/image.h"
@@ -129,7 +125,7 @@ int RunProgram(std::vector<std::string> args, bool cap, const char* interrupt_wh
   }
   while (interrupt_when != nullptr && ToolTest::Files(interrupt_when).empty() &&
          waitpid(pid, nullptr, WNOHANG) == 0)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    usleep(1000);
   if (interrupt_when != nullptr) kill(pid, SIGINT);
   int status = 0;
   waitpid(pid, &status, 0);

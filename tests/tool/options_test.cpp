@@ -3,8 +3,6 @@
 // built module's controls), and the spellings that name a preset.
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 #include "tool_fixture.h"
 
 namespace cinebar_tool_test {

@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <ostream>
 
 #include "tool_fixture.h"
 #include "tools/cinebar/image.h"
