@@ -53,7 +53,8 @@ void BM_ToolRenderSequence(benchmark::State& state) {
   std::ostringstream out, err;
   cinebar_tool::Console console{out, err, false, "", nullptr};
   for (auto _ : state) {
-    if (cinebar_tool::RunTool({"render", sequence.in, sequence.out, "--preset", "2.35"}, console) != 0) {
+    if (cinebar_tool::RunTool({"render", sequence.in, sequence.out, "--preset", "2.35", "--overwrite"},
+                              console) != 0) {
       state.SkipWithError(err.str().c_str());
       return;
     }

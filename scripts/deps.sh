@@ -6,29 +6,33 @@ CINEBAR_PACKAGES=(
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64  # the Windows module
   wine64                                                # Windows tests
   googletest libgtest-dev libbenchmark-dev              # tests and benchmarks
-  libpng-dev                                            # tool's image output
+  libpng-dev libdeflate-dev pkg-config                  # tool's image input and output
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
   nsis zip unzip osslsigncode openssl                   # packaging and signing
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
+# The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against ffmpeg.
+CINEBAR_BENCH_PACKAGES=(ffmpeg)
 
-# Prints the packages of CINEBAR_PACKAGES that are not installed.
+# Prints the packages named (default: CINEBAR_PACKAGES) that are not installed.
 cinebar_missing_packages() {
   local p
-  for p in "${CINEBAR_PACKAGES[@]}"; do
+  [ "$#" -gt 0 ] || set -- "${CINEBAR_PACKAGES[@]}"
+  for p in "$@"; do
     dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null | grep -q '^install ok installed$' || echo "$p"
   done
 }
 
-# Installs whatever is missing: with apt-get as root, otherwise it says what
-# to install and fails. Never asks anything.
+# Installs whatever is missing of the packages named (default:
+# CINEBAR_PACKAGES): with apt-get as root, otherwise it says what to install
+# and fails. Never asks anything.
 cinebar_ensure_packages() {
   if ! command -v dpkg-query >/dev/null 2>&1; then
     echo "note: no dpkg here; assuming the build tools are installed" >&2
     return 0
   fi
   local missing
-  mapfile -t missing < <(cinebar_missing_packages)
+  mapfile -t missing < <(cinebar_missing_packages "$@")
   if [ "${#missing[@]}" -eq 0 ]; then
     return 0
   fi

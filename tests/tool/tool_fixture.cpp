@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -62,17 +63,18 @@ void WritePattern(const std::string& path, int width, int height, const std::str
                                   : PNG_FORMAT_RGBA) |
                  (deep ? PNG_FORMAT_FLAG_LINEAR : 0u);
   std::vector<std::uint16_t> wide;
-  std::vector<std::uint8_t> narrow;
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      for (int c = 0; c < channels; ++c) {
-        wide.push_back(Sample(x, y, c, deep));
-        narrow.push_back(static_cast<std::uint8_t>(wide.back()));
-      }
-    }
-  }
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      for (int c = 0; c < channels; ++c) wide.push_back(Sample(x, y, c, deep));
+  const std::vector<std::uint8_t> narrow(wide.begin(), wide.end());
   const void* buffer = deep ? static_cast<const void*>(wide.data()) : narrow.data();
   ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, buffer, 0, nullptr), 0) << image.message;
+}
+
+std::string Contents(const std::string& path) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
 }
 
 std::vector<std::string> Words(const std::string& text) {

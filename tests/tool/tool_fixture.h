@@ -17,7 +17,7 @@ struct Outcome {
 
 // Each test runs in its own empty folder: paths are relative to it.
 class ToolTest : public ::testing::Test {
- protected:
+ public:
   void SetUp() override;
   void TearDown() override;
   Outcome Run(std::vector<std::string> args);  // adds --module naming the built module
@@ -34,6 +34,8 @@ std::uint16_t Sample(int x, int y, int channel, bool deep);
 // Writes Sample() with libpng's simplified interface as "gray", "rgb" or "rgba".
 void WritePattern(const std::string& path, int width, int height, const std::string& layout = "rgba",
                   bool deep = false);
+
+std::string Contents(const std::string& path);  // a file's bytes
 
 // The words of a text separated by spaces.
 std::vector<std::string> Words(const std::string& text);

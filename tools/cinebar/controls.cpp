@@ -94,7 +94,7 @@ std::vector<Edit> ResolveEdits(const Session& session, const std::vector<Request
       case RequestedEdit::kRatio: {
         const Control& ratio = session.control(kRatioControl, PF_Param_FLOAT_SLIDER);
         const PF_FloatSliderDef& fs = ratio.def.u.fs_d;
-        const auto value = ParseNumber(request.text);
+        const std::optional<double> value = request.number;
         if (!value || *value < fs.valid_min || *value > fs.valid_max) {
           char range[64];
           std::snprintf(range, sizeof range, "%g..%g", static_cast<double>(fs.valid_min),

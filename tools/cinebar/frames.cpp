@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -16,6 +17,11 @@ std::string Folder(const std::string& path) {
   const std::size_t slash = path.find_last_of('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool PathExists(const std::string& path) {
+  struct stat st {};
+  return lstat(path.c_str(), &st) == 0;
 }
 
 std::string Join(const std::string& folder, const std::string& name) {
@@ -40,17 +46,51 @@ std::vector<std::string> List(const std::string& folder) {
     if (name != "." && name != "..") names.push_back(name);
   }
   closedir(dir);
-  std::sort(names.begin(), names.end());
+  std::sort(names.begin(), names.end(), NaturalLess);
   return names;
 }
 
-void EnsureFolder(const std::string& folder) {
-  if (IsDirectory(folder)) return;
-  if (mkdir(folder.c_str(), 0777) != 0)
-    throw ToolError(kExitOutput, "cannot create the folder " + folder + ": " + std::strerror(errno));
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat sa {
+  }, sb{};
+  return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+         sa.st_ino == sb.st_ino;
 }
 
 }  // namespace
+
+bool NaturalLess(const std::string& a, const std::string& b) {
+  std::size_t i = 0, j = 0;
+  while (i < a.size() && j < b.size()) {
+    if (std::isdigit(static_cast<unsigned char>(a[i])) && std::isdigit(static_cast<unsigned char>(b[j]))) {
+      const std::size_t i0 = i, j0 = j;
+      while (i < a.size() && std::isdigit(static_cast<unsigned char>(a[i]))) ++i;
+      while (j < b.size() && std::isdigit(static_cast<unsigned char>(b[j]))) ++j;
+      std::string x = a.substr(i0, i - i0), y = b.substr(j0, j - j0);
+      x.erase(0, std::min(x.find_first_not_of('0'), x.size()));
+      y.erase(0, std::min(y.find_first_not_of('0'), y.size()));
+      if (x.size() != y.size()) return x.size() < y.size();
+      if (x != y) return x < y;
+    } else {
+      if (a[i] != b[j]) return a[i] < b[j];
+      ++i;
+      ++j;
+    }
+  }
+  if (a.size() - i != b.size() - j) return a.size() - i < b.size() - j;
+  return a < b;
+}
+
+void MakeFolders(const std::string& path) {
+  for (std::size_t i = 1; i <= path.size(); ++i) {
+    if (i != path.size() && path[i] != '/') continue;
+    const std::string partial = path.substr(0, i);
+    if (!IsDirectory(partial) && mkdir(partial.c_str(), 0777) != 0 && errno != EEXIST)
+      throw ToolError(kExitOutput, "cannot create the folder " + partial + ": " + std::strerror(errno));
+  }
+}
+
+std::string FolderOf(const std::string& path) { return Folder(path); }
 
 bool IsDirectory(const std::string& path) {
   struct stat st {};
@@ -149,11 +189,12 @@ std::vector<FramePair> PlanFrames(const std::string& in, const std::string& out)
     }
   }
   if (found.empty()) throw ToolError(kExitInput, "no PNG frames found for " + in);
-
-  if (out_pattern) {
-    EnsureFolder(Folder(out));
-  } else {
-    EnsureFolder(out);
+  if (in_folder && SameFile(in, out))
+    throw ToolError(kExitUsage, "OUT " + out + " is the input folder: the frames would overwrite themselves");
+  if (!out_pattern && !IsDirectory(out) && (EndsWithPng(out) || PathExists(out))) {
+    throw ToolError(kExitUsage, "OUT " + out + " names one file but IN is a sequence of " +
+                                    std::to_string(found.size()) +
+                                    " frames: give a folder or a pattern such as out/frame_%04d.png");
   }
   for (const Found& f : found)
     frames.push_back(FramePair{f.path, out_pattern ? out_pattern->Format(f.number) : Join(out, f.name)});

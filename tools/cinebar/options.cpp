@@ -12,11 +12,23 @@ namespace cinebar_tool {
 const char kUsage[] =
     "usage: cinebar render IN OUT [--preset NAME] [--ratio R] [--render on-image|on-transparent]\n"
     "                             [--color #RRGGBB[AA]] [--pixel-aspect N/D] [--downsample N/D[,N/D]]\n"
-    "       cinebar demo [--out DIR]       (default DIR: dist/previews)\n"
-    "       cinebar info\n"
-    "  IN and OUT: PNG files, printf-style patterns (frame_%04d.png) or folders of PNG files.\n"
+    "                             [--overwrite] [--jobs N] [--compression 0-9]\n"
+    "       cinebar demo [--out DIR]       (default DIR: previews next to the cinebar program)\n"
+    "       cinebar info | --help | --version\n"
+    "  IN and OUT: PNG files, printf-style patterns (frame_%04d.png) or folders of PNG files; a\n"
+    "    sequence is taken in numeric order (2 before 10) and needs a folder or pattern OUT.\n"
+    "  --ratio takes 2.39, 2.39:1, 16:9 or 16/9. --pixel-aspect: without it, the first frame's pHYs\n"
+    "    chunk gives the pixel aspect (1/1 when it has none).\n"
+    "  Outputs keep the input's depth, grey or colour and chunks (gAMA, sRGB, iCCP, pHYs, text), with\n"
+    "    alpha where the input or the bars need it. An output that is an input, a link or not a regular\n"
+    "    file is refused; an existing one too unless --overwrite. Each frame is written to a temporary\n"
+    "    file and renamed, so an interrupted render leaves whole frames only.\n"
+    "  --jobs N: frames in flight (default: one per hardware thread).\n"
+    "  --compression L: deflate level 0-9 (default 1 with rows unfiltered: speed over size; 4-9 add\n"
+    "    the Sub row filter for smaller files).\n"
+    "  A frame is refused from its header when its world would pass the simulated host's 1 GiB.\n"
     "  Every command takes --module PATH (or $CINEBAR_MODULE) to choose the module file.\n"
-    "  Exit codes: 2 usage, 3 input file, 4 module, 5 output file.\n";
+    "  Exit codes: 2 usage, 3 input file, 4 module, 5 output file, 6 out of memory.\n";
 
 namespace {
 
@@ -72,6 +84,15 @@ std::optional<double> ParseNumber(const std::string& text) {
   return value;
 }
 
+std::optional<double> ParseRatio(const std::string& text) {
+  const std::size_t sep = text.find_first_of(":/");
+  if (sep == std::string::npos) return ParseNumber(text);
+  const auto w = ParseNumber(text.substr(0, sep));
+  const auto h = ParseNumber(text.substr(sep + 1));
+  if (!w || !h || *h <= 0) return std::nullopt;
+  return *w / *h;
+}
+
 Options ParseCommandLine(const std::vector<std::string>& args) {
   Options options;
   if (args.empty()) Usage("no command given (render, demo, info)");
@@ -80,22 +101,29 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
     options.command = "help";
     return options;
   }
+  if (options.command == "--version" || options.command == "version") {
+    options.command = "version";
+    return options;
+  }
   if (options.command != "render" && options.command != "demo" && options.command != "info")
     Usage("unknown command \"" + options.command + "\" (render, demo, info)");
 
   const bool render = options.command == "render";
   for (std::size_t i = 1; i < args.size(); ++i) {
     std::string arg = args[i];
+    if (arg.size() >= 2 && arg[0] == '-' && arg[1] != '-')
+      Usage("unknown option " + arg + " (options are spelt out: --preset, --ratio, ...)");
     if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
       options.operands.push_back(arg);
       continue;
     }
     std::string value;
     const std::size_t eq = arg.find('=');
+    const bool flag = arg == "--help" || arg == "--overwrite";
     if (eq != std::string::npos) {
       value = arg.substr(eq + 1);
       arg.resize(eq);
-    } else if (arg != "--help") {
+    } else if (!flag) {
       if (i + 1 >= args.size()) Usage(arg + " needs a value");
       value = args[++i];
     }
@@ -103,7 +131,17 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
       options.command = "help";
       return options;
     }
-    if (arg == "--module") {
+    if (render && arg == "--overwrite") {
+      options.overwrite = true;
+    } else if (render && arg == "--jobs") {
+      const auto n = ParsePositiveInteger(value, 1024);
+      if (!n) Usage("--jobs \"" + value + "\" is not a whole number from 1 to 1024");
+      options.jobs = static_cast<int>(*n);
+    } else if (render && arg == "--compression") {
+      if (value.size() != 1 || value[0] < '0' || value[0] > '9')
+        Usage("--compression \"" + value + "\" is not a level from 0 to 9");
+      options.compression = value[0] - '0';
+    } else if (arg == "--module") {
       options.module = value;
     } else if (arg == "--out" && options.command == "demo") {
       options.out_dir = value;
@@ -111,17 +149,19 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
       const RequestedEdit::Kind kind = arg == "--preset"  ? RequestedEdit::kPreset
                                        : arg == "--ratio" ? RequestedEdit::kRatio
                                                           : RequestedEdit::kRender;
-      if (kind == RequestedEdit::kRatio && !ParseNumber(value))
-        Usage("--ratio \"" + value + "\" is not a number");
-      options.edits.push_back(RequestedEdit{kind, value, {}});
+      const auto ratio = ParseRatio(value);
+      if (kind == RequestedEdit::kRatio && !ratio)
+        Usage("--ratio \"" + value + "\" is not a number, W:H or W/H");
+      options.edits.push_back(RequestedEdit{kind, value, ratio.value_or(0), {}});
     } else if (render && arg == "--color") {
       const auto color = ParseColor(value);
       if (!color) Usage("--color \"" + value + "\" is not a colour of the form #RRGGBB or #RRGGBBAA");
-      options.edits.push_back(RequestedEdit{RequestedEdit::kColor, value, *color});
+      options.edits.push_back(RequestedEdit{RequestedEdit::kColor, value, 0, *color});
     } else if (render && arg == "--pixel-aspect") {
       const auto ratio = ParseRational(value);
       if (!ratio) Usage("--pixel-aspect \"" + value + "\" is not N/D with positive whole numbers");
       options.pixel_aspect = *ratio;
+      options.pixel_aspect_given = true;
     } else if (render && arg == "--downsample") {
       const std::size_t comma = value.find(',');
       const auto x = ParseRational(value.substr(0, comma));
@@ -135,7 +175,10 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
   }
   const std::size_t wanted = render ? 2 : 0;
   if (options.operands.size() != wanted) {
-    Usage(render ? "render needs IN and OUT" : options.command + " takes no file arguments");
+    if (!render) Usage(options.command + " takes no file arguments");
+    Usage(options.operands.empty()       ? "render needs IN and OUT, the files to read and to write"
+          : options.operands.size() == 1 ? "render needs OUT after IN " + options.operands[0]
+                                         : "render takes one IN and one OUT; extra: " + options.operands[2]);
   }
   return options;
 }

@@ -1,9 +1,11 @@
 #include "tools/cinebar/session.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "hostapi/ae_constants.h"
 #include "platform/platform.h"
@@ -102,7 +104,8 @@ Session::Session(const std::string& module_path, PF_RationalScale pixel_aspect, 
   try {
     module_ = std::make_unique<Module>(module_path);
   } catch (const cinebar_simhost::ModuleError& e) {
-    throw ToolError(kExitModule, e.what());
+    const char* why = dlerror();  // the loader's own reason, still pending after the failed load
+    throw ToolError(kExitModule, std::string(e.what()) + (why ? std::string(": ") + why : ""));
   }
   host_ = std::make_unique<Host>(*module_);
   host_->SetPixelAspect(pixel_aspect);
@@ -133,8 +136,12 @@ const Control& Session::control(const std::string& name, PF_ParamType type) cons
   throw ToolError(kExitModule, "the module has no control \"" + name + "\" of the expected kind");
 }
 
-Layer::Layer(Session& session, const Image& first_frame) : session_(session) {
-  cinebar_simhost::NewInstance applied = session.host().Apply(ToWorld(first_frame, session.pixel_aspect()));
+Layer::Layer(Session& session, const Image& first_frame)
+    : Layer(session, ToWorld(first_frame, session.pixel_aspect())) {}
+
+Layer::Layer(Session& session, World first_frame) : session_(session) {
+  first_frame.set_pixel_aspect(session.pixel_aspect());
+  cinebar_simhost::NewInstance applied = session.host().Apply(std::move(first_frame));
   instance_ = &applied.instance;
   if (applied.err != PF_Err_NONE) {
     const std::string text = Failure(session.host(), "sequence setup", applied.err);
@@ -168,11 +175,18 @@ void Layer::Change(const Edit& edit) {
 }
 
 Image Layer::Render(const Image& frame) {
-  instance_->input() = ToWorld(frame, session_.pixel_aspect());
+  World input = ToWorld(frame, session_.pixel_aspect());
   World output = NewWorld(frame.width, frame.height, frame.deep);
   output.set_pixel_aspect(session_.pixel_aspect());
-  Require(session_.host(), "render", session_.host().Render(*instance_, output));
+  Render(input, output);
   return FromWorld(output);
+}
+
+void Layer::Render(World& input, World& output) {
+  std::swap(instance_->input(), input);
+  const PF_Err err = session_.host().Render(*instance_, output);
+  std::swap(instance_->input(), input);
+  Require(session_.host(), "render", err);
 }
 
 std::uint16_t PngToHost16(std::uint16_t sample) {

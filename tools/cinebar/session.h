@@ -72,6 +72,7 @@ class Layer {
  public:
   // Applies the effect to a layer showing `first_frame` (sequence setup).
   Layer(Session& session, const Image& first_frame);
+  Layer(Session& session, cinebar_simhost::World first_frame);
   ~Layer();  // removes the effect (sequence setdown)
   Layer(const Layer&) = delete;
   Layer& operator=(const Layer&) = delete;
@@ -79,6 +80,8 @@ class Layer {
   void Change(const Edit& edit);
   // Renders one frame of the layer into an output of the same size and depth.
   Image Render(const Image& frame);
+  // Renders `input` into `output` (of the same size and depth); the worlds are lent, not copied.
+  void Render(cinebar_simhost::World& input, cinebar_simhost::World& output);
   // The host's current value of a parameter.
   const PF_ParamDef& param(A_long index) const { return instance_->param(index); }
 

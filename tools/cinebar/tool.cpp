@@ -1,18 +1,26 @@
 #include "tools/cinebar/tool.h"
 
+#include <cinebar_identity.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <new>
+#include <set>
+#include <thread>
 
 #include "hostapi/ae_constants.h"
 #include "tools/cinebar/chart.h"
 #include "tools/cinebar/controls.h"
+#include "tools/cinebar/frame_io.h"
 #include "tools/cinebar/frames.h"
 #include "tools/cinebar/options.h"
 #include "tools/cinebar/property_list.h"
+#include "tools/cinebar/sequence.h"
 #include "tools/cinebar/session.h"
 #include "tools/cinebar/tool_error.h"
 
@@ -21,7 +29,6 @@ namespace {
 
 constexpr int kChartWidth = 1920, kChartHeight = 1080;
 constexpr int kThumbnailFactor = 4, kSheetColumns = 4;
-constexpr char kDefaultPreviewDir[] = "dist/previews";
 
 std::string ModulePath(const Options& options, const Console& console) {
   return ChooseModulePath(options.module, console.module_env, console.executable_dir);
@@ -37,33 +44,42 @@ void Progress(Console& console, std::size_t done, std::size_t total, const std::
   console.err.flush();
 }
 
+// The first frame's pHYs as a pixel aspect (height per pixel over width per pixel).
+PF_RationalScale PixelAspectOf(const PngChunks& chunks) {
+  if (!chunks.phys_x || *chunks.phys_x == 0 || *chunks.phys_y == 0) return {1, 1};
+  std::uint64_t num = *chunks.phys_y, den = *chunks.phys_x;
+  while (num > 0x7FFFFFFF || den > 0x7FFFFFFF) {
+    num = (num + 1) / 2;
+    den = (den + 1) / 2;
+  }
+  return {static_cast<A_long>(num), static_cast<A_u_long>(den)};
+}
+
 int Render(const Options& options, Console& console) {
   const std::vector<FramePair> frames = PlanFrames(options.operands[0], options.operands[1]);
-  Session session(ModulePath(options, console), options.pixel_aspect, options.downsample_x,
-                  options.downsample_y);
+  CheckOutputs(frames, options.overwrite);
+  std::unique_ptr<cinebar_simhost::World> first;
+  const FrameForm form = ReadFrame(frames[0].in, first);
+  const PF_RationalScale aspect =
+      options.pixel_aspect_given ? options.pixel_aspect : PixelAspectOf(form.chunks);
+  Session session(ModulePath(options, console), aspect, options.downsample_x, options.downsample_y);
   const std::vector<Edit> edits = ResolveEdits(session, options.edits);
-  Image frame = ReadPng(frames[0].in);
-  Layer layer(session, frame);
+  Layer layer(session, *first);
   for (const Edit& edit : edits) layer.Change(edit);
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    if (i > 0) frame = ReadPng(frames[i].in);
-    WritePng(frames[i].out, layer.Render(frame));
-    Progress(console, i + 1, frames.size(), frames[i].out);
-  }
+  std::set<std::string> folders;
+  for (const FramePair& f : frames) folders.insert(FolderOf(f.out));
+  for (const std::string& folder : folders) MakeFolders(folder);
+  SequenceSettings settings;
+  settings.jobs =
+      options.jobs > 0 ? options.jobs : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  settings.write.level = options.compression;
+  settings.first = std::move(first);
+  settings.first_form = form;
+  RenderSequence(frames, session, layer, settings,
+                 [&](std::size_t done) { Progress(console, done, frames.size(), frames[done - 1].out); });
   console.out << "rendered " << frames.size() << (frames.size() == 1 ? " frame" : " frames") << " to "
               << options.operands[1] << "\n";
   return kExitOk;
-}
-
-void MakeFolders(const std::string& path) {
-  std::string partial;
-  for (std::size_t i = 0; i <= path.size(); ++i) {
-    if (i == path.size() || (path[i] == '/' && i > 0)) {
-      partial = path.substr(0, i);
-      if (!IsDirectory(partial) && mkdir(partial.c_str(), 0777) != 0 && errno != EEXIST)
-        throw ToolError(kExitOutput, "cannot create the folder " + partial + ": " + std::strerror(errno));
-    }
-  }
 }
 
 std::string FileSlug(const std::string& text) {
@@ -75,7 +91,9 @@ std::string FileSlug(const std::string& text) {
 }
 
 int Demo(const Options& options, Console& console) {
-  const std::string dir = options.out_dir.empty() ? kDefaultPreviewDir : options.out_dir;
+  if (options.out_dir.empty() && console.executable_dir.empty())
+    throw ToolError(kExitUsage, "demo needs --out DIR here (the cinebar program's folder is unknown)");
+  const std::string dir = options.out_dir.empty() ? console.executable_dir + "/previews" : options.out_dir;
   Session session(ModulePath(options, console));
   const Control& preset = session.control(kPresetControl, PF_Param_POPUP);
   const Control& render = session.control(kRenderControl, PF_Param_POPUP);
@@ -174,6 +192,27 @@ int Info(const Options& options, Console& console) {
   return kExitOk;
 }
 
+// The module's own preset and render-mode names, for --help.
+void Presets(const Options& options, Console& console) {
+  try {
+    Session session(ModulePath(options, console));
+    const Control& preset = session.control(kPresetControl, PF_Param_POPUP);
+    const Control& render = session.control(kRenderControl, PF_Param_POPUP);
+    console.out << "  Presets (--preset takes the full name, the short form or the ratio):\n";
+    for (std::size_t i = 0; i < preset.items.size(); ++i) {
+      if (!preset.is_separator(i) && RatioOfItem(preset.items[i]))
+        console.out << "    " << preset.items[i] << "\n";
+    }
+    console.out << "  Render modes:";
+    for (std::size_t i = 0; i < render.items.size(); ++i) {
+      if (!render.is_separator(i)) console.out << " " << Slug(render.items[i]);
+    }
+    console.out << "\n";
+  } catch (const std::exception& e) {
+    console.out << "  (presets unknown: " << e.what() << ")\n";
+  }
+}
+
 }  // namespace
 
 int RunTool(const std::vector<std::string>& args, Console& console) {
@@ -181,6 +220,12 @@ int RunTool(const std::vector<std::string>& args, Console& console) {
     const Options options = ParseCommandLine(args);
     if (options.command == "help") {
       console.out << kUsage;
+      Presets(options, console);
+      return kExitOk;
+    }
+    if (options.command == "version") {
+      console.out << "cinebar " << cinebar_identity::kVersionMajor << "." << cinebar_identity::kVersionMinor
+                  << "." << cinebar_identity::kVersionBugfix << "\n";
       return kExitOk;
     }
     if (options.command == "render") return Render(options, console);
@@ -190,6 +235,9 @@ int RunTool(const std::vector<std::string>& args, Console& console) {
     if (console.err_is_terminal) console.err << "\r\x1b[K";
     console.err << "cinebar: " << e.what() << (e.code() == kExitUsage ? " (see cinebar --help)" : "") << "\n";
     return e.code();
+  } catch (const std::bad_alloc&) {
+    console.err << "cinebar: out of memory\n";
+    return kExitMemory;
   } catch (const std::exception& e) {
     console.err << "cinebar: " << e.what() << "\n";
     return kExitModule;

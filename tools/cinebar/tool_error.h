@@ -12,7 +12,8 @@ enum ExitCode : int {
   kExitUsage = 2,   // a bad command line or option value
   kExitInput = 3,   // an input file that is missing, unreadable or not a PNG
   kExitModule = 4,  // the module cannot be loaded or a command of it failed
-  kExitOutput = 5,  // an output file that cannot be written
+  kExitOutput = 5,  // an output file that cannot be written or must not be replaced
+  kExitMemory = 6,  // out of memory
 };
 
 class ToolError : public std::runtime_error {
