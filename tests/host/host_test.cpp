@@ -1,7 +1,8 @@
 // The strict host's own checks, each provoked once by a fake module: every
-// other test relies on them as its oracle, and a correct module never trips
-// them. Then what the host tolerates as After Effects does, and a module file
-// it cannot load.
+// other test relies on them as its oracle. What the host tolerates as After
+// Effects does (an unlock by the block's address, a refused setdown, a popup
+// pushed through a UI update before a failure) the real module does in the
+// branding, fault-matrix and controls tests, which would fail on a false alarm.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -59,8 +60,6 @@ TEST(StrictHost, NoticesEachMisdeedOnceAndToleratesWhatAfterEffectsDoes) {
       {"a handle leaked", PF_Cmd_RENDER,
        [](auto in, auto, auto) { return in->utils->host_new_handle(4), 0; }},
       {"a handle leaked", PF_Cmd_SEQUENCE_SETDOWN, [](auto...) { return PF_Err_NONE; }},
-      {"", PF_Cmd_SEQUENCE_SETDOWN,
-       [](auto...) { return PF_Err{1}; }},  // a failed setdown leaves it with the host
       {"wrote into a disposed handle", PF_Cmd_RENDER,
        [](auto in, auto, auto) {
          PF_Handle gone = in->utils->host_new_handle(4);
@@ -78,19 +77,6 @@ TEST(StrictHost, NoticesEachMisdeedOnceAndToleratesWhatAfterEffectsDoes) {
        }},
       {"written by a failed command", PF_Cmd_USER_CHANGED_PARAM,
        [](auto, auto, auto params) { return params[1]->u.pd.value = 2, PF_Err{1}; }},
-      {"", PF_Cmd_USER_CHANGED_PARAM,  // flagged, or pushed to the UI: not half-written
-       [](auto in, auto, auto params) {
-         params[1]->u.pd.value = 2;
-         Acquire<PF_ParamUtilsSuite3>(in, "PF Param Utils Suite", 3)
-             ->PF_UpdateParamUI(in->effect_ref, 1, params[1]);
-         in->pica_basicP->ReleaseSuite("PF Param Utils Suite", 3);
-         return PF_Err{1};
-       }},
-      {"", PF_Cmd_EVENT,  // by the block's address, as the header's unlock does
-       [](auto in, auto, auto) {
-         in->utils->host_unlock_handle(static_cast<PF_Handle>(in->utils->host_lock_handle(in->global_data)));
-         return PF_Err_NONE;
-       }},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(::testing::Message() << "command " << c.cmd << ": " << (*c.error ? c.error : "accepted"));
@@ -117,25 +103,6 @@ TEST(StrictHost, NoticesEachMisdeedOnceAndToleratesWhatAfterEffectsDoes) {
     for (const std::string& error : host.host_errors()) errors += error + "\n";
     EXPECT_EQ(*c.error ? 1u : 0u, host.host_errors().size()) << errors;
     EXPECT_NE(std::string::npos, errors.find(c.error)) << errors;
-  }
-}
-
-TEST(StrictHost, AModuleFileItCannotUseIsAClearError) {
-#ifdef _WIN32
-  const char* without_entry = "kernel32.dll";
-#else
-  const char* without_entry = "libm.so.6";
-#endif
-  for (const auto& [path, why] :
-       {std::pair<std::string, std::string>{"/no/such/KSCinebar.aex", "cannot load"},
-        {without_entry, "does not export EntryPointFunc"}}) {
-    try {
-      Module module(path);
-      ADD_FAILURE() << path << " loaded";
-    } catch (const ModuleError& e) {
-      EXPECT_NE(std::string::npos, std::string(e.what()).find(why)) << e.what();
-      EXPECT_NE(std::string::npos, std::string(e.what()).find(path)) << e.what();
-    }
   }
 }
 

@@ -13,12 +13,6 @@ void* Module() {
   return module;
 }
 
-TEST(NativeModule, ExportsEntryPointAndPropertyList) {
-  ASSERT_NE(Module(), nullptr) << dlerror();
-  for (const char* symbol : {"EntryPointFunc", "PiPL_16000", "PiPL_16000_size"})
-    EXPECT_NE(dlsym(Module(), symbol), nullptr) << symbol;
-}
-
 }  // namespace
 
 std::vector<uint8_t> ReadModulePiPL() {

@@ -10,7 +10,7 @@
 # tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
 set -u -o pipefail
 
-for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPED_MODULE CINEBAR_PROBE \
+for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPED_MODULE CINEBAR_SHELL_TEST \
            CINEBAR_OSSLSIGNCODE CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
   if [ -z "${!var:-}" ]; then
     echo "installer_test.sh: $var is not set (run it through ctest)" >&2
@@ -141,8 +141,10 @@ check_installed() {  # check_installed <case> <expected Windows folder of the mo
 
   check "$name: the module is at $module" test -f "$module_file"
   check "$name: the installed module is the shipped one" cmp -s "$module_file" "$CINEBAR_SHIPPED_MODULE"
-  check "$name: the installed module loads and sets up" \
-    "$WINE" "$(winepath_w "$CINEBAR_PROBE")" "$module"
+  # The shell tests, run against the installed file: it loads, sets up and answers as built.
+  check "$name: the installed module loads and answers the shell tests" \
+    env CINEBAR_MODULE_UNDER_TEST="$module" "$WINE" "$(winepath_w "$CINEBAR_SHELL_TEST")" \
+    --gtest_filter='ModuleShell.*' --gtest_brief=1
 
   check "$name: the uninstaller is signed" signed "$(unix_path "$folder\\$UNINSTALLER")"
 
