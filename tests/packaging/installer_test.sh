@@ -32,20 +32,8 @@ WINE="$CINEBAR_WINE64"
 WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver64"
 [ -x "$WINESERVER" ] || WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver"
 
-passed=0
-failed=0
-check() {  # check <description> <command...>: runs the command, counts the result
-  local what="$1"
-  shift
-  if "$@"; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    echo "FAIL: $what"
-  fi
-}
-equals() { [ "$1" = "$2" ] || { echo "  got '$1', expected '$2'"; return 1; }; }
-not() { ! "$@"; }
+# shellcheck source=tests/packaging/checks.sh
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
 # ---- the prefix ---------------------------------------------------------------
 
@@ -246,5 +234,4 @@ case "${1:-}" in
     ;;
 esac
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+checks_summary

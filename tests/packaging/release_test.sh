@@ -25,19 +25,8 @@ symbols="$CINEBAR_SHIPPED_MODULE.debug"
 work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-release-test.XXXXXX")"
 trap 'rm -rf "$work"' EXIT
 
-passed=0
-failed=0
-check() {  # check <description> <command...>
-  local what="$1"
-  shift
-  if "$@"; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    echo "FAIL: $what"
-  fi
-}
-not() { ! "$@"; }
+# shellcheck source=tests/packaging/checks.sh
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 contains() { grep -qF -- "$2" <<<"$1" || { echo "  no '$2' in:"; sed 's/^/    /' <<<"$1" | head -n 40; return 1; }; }
 
 # ---- signatures ----------------------------------------------------------------
@@ -105,5 +94,4 @@ check "SHA256SUMS lists four files" test "$(wc -l <<<"$listed")" -eq 4
 sums_match() { (cd "$dist" && sha256sum --check --quiet SHA256SUMS); }
 check "SHA256SUMS matches the files" sums_match
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+checks_summary

@@ -9,24 +9,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/cinebar/png_report.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
 namespace {
 
 using cinebar_simhost::World;
-
-struct Report {
-  char message[200] = "";
-};
-
-void OnError(png_structp png, png_const_charp message) {
-  auto* report = static_cast<Report*>(png_get_error_ptr(png));
-  std::snprintf(report->message, sizeof report->message, "%s", message);
-  png_longjmp(png, 1);
-}
-
-void OnWarning(png_structp, png_const_charp) {}
 
 struct ReadStruct {
   png_structp png = nullptr;
@@ -270,9 +259,9 @@ FrameForm ReadFrame(const std::string& path, std::unique_ptr<World>& world) {
       png_sig_cmp(signature, 0, sizeof signature) != 0)
     throw ToolError(kExitInput, path + " is not a PNG file");
   std::rewind(file.get());
-  Report report;
+  PngReport report;
   ReadStruct s;
-  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &report, OnError, OnWarning);
+  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &report, OnPngError, OnPngWarning);
   if (s.png != nullptr) s.info = png_create_info_struct(s.png);
   if (s.info == nullptr) throw std::bad_alloc();
   FrameForm form;

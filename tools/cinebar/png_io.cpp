@@ -13,22 +13,11 @@
 #include <cstring>
 
 #include "tools/cinebar/image.h"
+#include "tools/cinebar/png_report.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
 namespace {
-
-struct PngReport {
-  char message[200] = "";
-};
-
-void OnPngError(png_structp png, png_const_charp message) {
-  auto* report = static_cast<PngReport*>(png_get_error_ptr(png));
-  std::snprintf(report->message, sizeof report->message, "%s", message);
-  png_longjmp(png, 1);
-}
-
-void OnPngWarning(png_structp, png_const_charp) {}
 
 struct ReadState {
   Image* image;

@@ -1,0 +1,22 @@
+# Sourced by the packaging test scripts: a counted check and small predicates.
+# Each script ends with `checks_summary`, which prints the counts and fails
+# when any check did.
+
+passed=0
+failed=0
+check() {  # check <description> <command...>: runs the command, counts the result
+  local what="$1"
+  shift
+  if "$@"; then
+    passed=$((passed + 1))
+  else
+    failed=$((failed + 1))
+    echo "FAIL: $what"
+  fi
+}
+not() { ! "$@"; }
+equals() { [ "$1" = "$2" ] || { echo "  got '$1', expected '$2'"; return 1; }; }
+checks_summary() {
+  echo "$passed passed, $failed failed"
+  [ "$failed" -eq 0 ]
+}
