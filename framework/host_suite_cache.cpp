@@ -177,10 +177,10 @@ void* HostSuiteCache::Fetch(int slot) {
   // Without a broker there is nothing to ask; report it like a refused fetch.
   const SPErr error =
       broker_ != nullptr ? broker_->AcquireSuite(kPairs[slot].name, kPairs[slot].version, &suite) : 1;
-  if (error != 0 || suite == nullptr) {
-    MissingSuite(*this);
-    return nullptr;  // the slot stays empty: a later use asks again
-  }
+  if (error != 0 || suite == nullptr) MissingSuite(*this);
+  // Whatever the broker handed out is kept, even with an error; a null leaves
+  // the slot empty, so a later use asks again.
+  if (suite == nullptr) return nullptr;
   slots_[slot] = const_cast<void*>(suite);
   filled_[slot / 64] |= bit;
   return slots_[slot];

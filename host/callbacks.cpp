@@ -301,14 +301,16 @@ struct HostCallbacks {
     CallRecord& r = h->Begin("ReleaseSuite", Str(name) + " " + std::to_string(version));
     r.suite = suite_name;
     r.version = version;
+    // A refused release is the host's own trouble: the module gave the suite
+    // back all the same, so it is no longer counted against the module.
     Fault f;
-    if (h->Faulted("ReleaseSuite", r, &f)) return f.error;
+    const bool refused = h->Faulted("ReleaseSuite", r, &f);
     const auto it = h->outstanding_.find({suite_name, version});
     if (it == h->outstanding_.end() || it->second == 0) {
       return Refuse(*h, r, kSuiteNotFound, Str(name) + " " + std::to_string(version) + " is not held");
     }
     --it->second;
-    return 0;
+    return refused ? f.error : 0;
   }
 
   // ---- drawing suites -----------------------------------------------------------------
