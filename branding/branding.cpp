@@ -32,10 +32,11 @@ Fn Entry(SigilEntry entry) {
 
 // Create, destroy, ideal size and events are required of any library that
 // loads; one that lacks them still must not bring the host down, so a
-// missing entry answers `fallback` instead of being called.
-template <typename Fn, typename Result, typename... Args>
-Result Call(SigilEntry entry, Result fallback, Args... args) {
-  if (entry == nullptr) return fallback;
+// missing entry answers zero (no reference, no error) instead of being called.
+template <typename Fn, typename... Args>
+auto Call(SigilEntry entry, Args... args) {
+  using Result = decltype(Entry<Fn>(entry)(args...));
+  if (entry == nullptr) return Result{};
   return Entry<Fn>(entry)(args...);
 }
 
@@ -90,8 +91,7 @@ void BindLibrary(BrandingBinding& binding) {
   identity.product_name = "";
   FillVersion(identity);
   identity.kind_code = kKindAfterEffects;
-  binding.reference = Call<Sigil_CreateAEBrandingRefFn>(binding.create_ae_branding_ref,
-                                                        static_cast<void*>(nullptr), &identity);
+  binding.reference = Call<Sigil_CreateAEBrandingRefFn>(binding.create_ae_branding_ref, &identity);
 }
 
 // Truncated toward zero and kept in the 16-bit size field, as the processor
@@ -133,8 +133,7 @@ PF_Err AddHeaderParam(PF_InData* in_data) {
     header.ui_flags = PF_PUI_CONTROL | PF_PUI_DONT_ERASE_CONTROL;
     float width = 0.0f;
     float height = 0.0f;
-    Call<Sigil_GetIdealDimensionsFn>(binding->get_ideal_dimensions, intptr_t{0}, binding->reference, &width,
-                                     &height);
+    Call<Sigil_GetIdealDimensionsFn>(binding->get_ideal_dimensions, binding->reference, &width, &height);
     header.ui_width = ToControlSize(width);
     // The control area is registered 40 pixels shorter than the library asks.
     header.ui_height = ToControlSize(height - kHeaderHeightReduction);
@@ -160,8 +159,8 @@ PF_Err HandleHeaderEvent(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* 
   PF_Err error = PF_Err_NONE;
   BrandingBinding* binding = LockBinding(in_data, in_data->global_data);
   if (binding != nullptr && binding->library != nullptr) {
-    error = Call<Sigil_HandleEventFn>(binding->handle_event, PF_Err{PF_Err_NONE}, binding->reference, in_data,
-                                      out_data, params, output, extra);
+    error = Call<Sigil_HandleEventFn>(binding->handle_event, binding->reference, in_data, out_data, params,
+                                      output, extra);
   }
   UnlockBinding(in_data, in_data->global_data);
   *handled = true;
@@ -204,7 +203,7 @@ PF_Err UnloadBranding(PF_InData* in_data, PF_OutData* out_data) {
   // mapped until the process ends: the host owns the global data's end.
   BrandingBinding* binding = LockBinding(in_data, out_data->global_data);
   if (binding != nullptr && binding->library != nullptr) {
-    Call<Sigil_DestroyAEBrandingRefFn>(binding->destroy_ae_branding_ref, intptr_t{0}, binding->reference);
+    Call<Sigil_DestroyAEBrandingRefFn>(binding->destroy_ae_branding_ref, binding->reference);
     binding->library = nullptr;
   }
   return PF_Err_NONE;

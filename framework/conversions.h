@@ -14,20 +14,21 @@ constexpr int32_t TruncateToInt32(float value) {
   return static_cast<int32_t>(value);
 }
 
-// The low 16 bits, sign-extended: what a 16-bit field keeps of a 32-bit value.
-constexpr int16_t LowInt16(int32_t value) {
-  const int32_t low = static_cast<int32_t>(static_cast<uint32_t>(value) & 0xFFFFu);
-  return static_cast<int16_t>(low >= 0x8000 ? low - 0x10000 : low);
-}
+// The low 16 bits, sign-extended: what a 16-bit field keeps of a 32-bit value
+// (a conversion that C++20 defines as modular).
+constexpr int16_t LowInt16(int32_t value) { return static_cast<int16_t>(value); }
 
-// A 32-bit pattern read as two's complement.
-constexpr int32_t AsInt32(uint32_t bits) {
-  return bits >= 0x80000000u ? static_cast<int32_t>(bits - 0x80000000u) + INT32_MIN
-                             : static_cast<int32_t>(bits);
-}
+// A 32-bit pattern read as two's complement (modular, as C++20 defines it).
+constexpr int32_t AsInt32(uint32_t bits) { return static_cast<int32_t>(bits); }
 
-static_assert(LowInt16(TruncateToInt32(40000.9f)) == -25536 && LowInt16(TruncateToInt32(-10.5f)) == -10 &&
-                  LowInt16(TruncateToInt32(1e10f)) == 0 && AsInt32(0xFFFFFFFFu) == -1,
-              "conversions as the processor does them");
+// The edges of the 32-bit range: a cast that overflowed here would not compile.
+static_assert(TruncateToInt32(2147483520.0f) == 2147483520 && TruncateToInt32(2147483648.0f) == INT32_MIN &&
+                  TruncateToInt32(-2147483648.0f) == INT32_MIN &&
+                  TruncateToInt32(-2147483904.0f) == INT32_MIN &&
+                  TruncateToInt32(__builtin_nanf("")) == INT32_MIN && TruncateToInt32(-0.9f) == 0,
+              "truncation as the processor does it");
+static_assert(LowInt16(40000) == -25536 && LowInt16(-10) == -10 && LowInt16(INT32_MIN) == 0 &&
+                  AsInt32(0xFFFFFFFFu) == -1,
+              "what 16 and 32 bits keep");
 
 }  // namespace DAE

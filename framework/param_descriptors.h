@@ -22,8 +22,6 @@ class Param_Parameter {
   void SetCannotTimeVary() { definition_.flags |= PF_ParamFlag_CANNOT_TIME_VARY; }
   void SetStandardControlOnly() { definition_.ui_flags |= PF_PUI_STD_CONTROL_ONLY; }
 
-  const PF_ParamDef& definition() const { return definition_; }
-
  protected:
   PF_InData* in_data_;  // not owned
   PF_ParamDef definition_;

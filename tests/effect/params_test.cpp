@@ -135,6 +135,9 @@ TEST_F(Controls, TheRecordIsNewAtSetupKeptThroughProjectsAndFreedAtSetdown) {
   auto reopened = host.Reopen(saved, World(16, 9));
   ASSERT_EQ(PF_Err_NONE, reopened.err);
   EXPECT_EQ(std::vector<uint8_t>({5, 0, 0, 0, 0, 0, x, x, 0, 0, 0, 0}), Record(reopened.instance));
+  saved.has_sequence_data = false;  // a project without the record gets a new one
+  EXPECT_EQ(std::vector<uint8_t>({1, 0, 0, 0, 0, 0, x, x, 0, 0, 0, 0}),
+            Record(host.Reopen(saved, World(16, 9)).instance));
   auto duplicate = host.Duplicate(reopened.instance);
   ASSERT_EQ(PF_Err_NONE, duplicate.err);
   EXPECT_EQ(5, Record(duplicate.instance)[0]);

@@ -99,10 +99,11 @@ TEST_F(Dispatch, RoutesEveryCommandAndRefusesOnlyRecordsItsHandlerNeeds) {
 }
 
 TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
+  static const std::string kLong = "PF Suite " + std::string(90, 'x') + " 1";
   const struct {
     std::function<void()> thrower;
     PF_Err result;
-    const char* message;  // "" when return_msg stays untouched
+    std::string message;  // "" when return_msg stays untouched
     bool display;
   } kClauses[] = {
       {[] {}, PF_Err_NONE, "", false},
@@ -110,10 +111,11 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
       {[] { throw 517; }, 517, "", false},
       {[] { throw DAE::DAECancelXCP(); }, PF_Interrupt_CANCEL, "", false},
       {[] { throw DAE::DAEAllocXCP(12); }, PF_Err_OUT_OF_MEMORY, "", false},
-      {[] { throw DAE::DAESuiteXCP("PF Fill Matte Suite"); }, 13,
-       "Cinebar is missing the suite PF Fill Matte Suite", false},
-      {[] { throw DAE::DAEMissingResourceXCP("PiPL"); }, PF_Err_NONE, "Cinebar is missing the resource PiPL",
-       false},
+      // Names are kept to 63 characters.
+      {[] { throw DAE::DAESuiteXCP(kLong.c_str()); }, 13,
+       "Cinebar is missing the suite " + kLong.substr(0, 63), false},
+      {[] { throw DAE::DAEMissingResourceXCP(kLong.c_str()); }, PF_Err_NONE,
+       "Cinebar is missing the resource " + kLong.substr(0, 63), false},
       {[] { throw DAE::DAEResourceXCP("PiPL"); }, PF_Err_NONE, "Cinebar has a problem with resource PiPL",
        false},
       {[] { throw DAE::DAEXCP(); }, PF_Err_INTERNAL_STRUCT_DAMAGED, "Unknown error in Cinebar", true},
@@ -130,7 +132,7 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
       clause.thrower();
     };
     EXPECT_EQ(clause.result, host.Command(PF_Cmd_RENDER));
-    EXPECT_STREQ(clause.message, host.out_data().return_msg);
+    EXPECT_EQ(clause.message, host.out_data().return_msg);
     EXPECT_EQ(clause.display, (host.out_data().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE) != 0);
     EXPECT_EQ(7, host.out_data().num_params);
     EXPECT_EQ(1, host.log().Count("AcquireSuite"));
