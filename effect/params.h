@@ -54,7 +54,8 @@ constexpr A_long PRESET_FIRST = 1;
 constexpr A_long PRESET_LAST_RATIO = 6;
 constexpr A_long PRESET_SEPARATOR = 7;
 constexpr A_long PRESET_CUSTOM = 8;
-static_assert(std::size(kRenderItems) == RENDER_ON_IMAGE && std::size(kPresetItems) == PRESET_CUSTOM,
+static_assert(std::size(kRenderItems) == RENDER_ON_IMAGE && std::size(kPresetItems) == PRESET_CUSTOM &&
+                  PRESET_SEPARATOR == PRESET_LAST_RATIO + 1 && PRESET_CUSTOM == PRESET_SEPARATOR + 1,
               "item numbers match the tables");
 static_assert(kPresetItems[PRESET_LAST_RATIO - 1].ratio > 0.0f &&
                   kPresetItems[PRESET_SEPARATOR - 1].ratio == 0.0f &&

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <cstdio>
 
 namespace DAE {
 
@@ -22,8 +22,7 @@ struct DAECancelXCP : DAEXCP {};
 namespace detail {
 template <std::size_t N>
 void CopyName(char (&destination)[N], const char* source) {
-  std::strncpy(destination, source != nullptr ? source : "", N - 1);
-  destination[N - 1] = '\0';
+  std::snprintf(destination, N, "%s", source != nullptr ? source : "");  // cut, always terminated
 }
 }  // namespace detail
 

@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -33,25 +34,18 @@ ExportAddress FindExport(LibraryHandle library, const char* name) {
   return address;
 }
 
-// Same contract as the Windows CRT's _snprintf: no terminator on overflow.
+// Same contract as the Windows CRT's _snprintf: an exact fit or an overflow
+// leaves no terminator, and an overflow answers -1.
 int BoundedPrint(char* buffer, std::size_t size, const char* format, ...) {
+  std::string text(size + 1, '\0');  // room for everything that may be copied, and a terminator
   va_list args;
   va_start(args, format);
-  const int needed = std::vsnprintf(nullptr, 0, format, args);
+  const int needed = std::vsnprintf(text.data(), text.size(), format, args);
   va_end(args);
   if (needed < 0) return needed;
-  std::string text(static_cast<std::size_t>(needed) + 1, '\0');
-  va_start(args, format);
-  std::vsnprintf(text.data(), text.size(), format, args);
-  va_end(args);
   const std::size_t length = static_cast<std::size_t>(needed);
-  if (length <= size) {
-    std::memcpy(buffer, text.data(), length);
-    if (length < size) buffer[length] = '\0';
-    return needed;
-  }
-  std::memcpy(buffer, text.data(), size);
-  return -1;
+  std::memcpy(buffer, text.data(), std::min(length + 1, size));
+  return length <= size ? needed : -1;
 }
 
 }  // namespace cinebar_platform
