@@ -68,10 +68,7 @@ const Scenario kScenarios[] = {
     {"changed_preset", kApplied, [](Scene& s) { return s.ChangePopup(*s.instance, kPreset, 5); }},
     {"changed_separator", kApplied, [](Scene& s) { return s.ChangePopup(*s.instance, kPreset, 7); }},
     {"changed_ratio", kApplied, [](Scene& s) { return s.ChangeFloat(*s.instance, kRatio, 1.85); }},
-    {"changed_color", kApplied,
-     [](Scene& s) {
-       return s.ChangeColor(*s.instance, kColor, {9, 9, 9, 9});
-     }},
+    {"changed_color", kApplied, [](Scene& s) { return s.ChangeColor(*s.instance, kColor, {}); }},
     {"update_params_ui", kApplied, [](Scene& s) { return s.UpdateParamsUI(*s.instance); }},
     {"render8_image", kApplied, [](Scene& s) { return Draw(s, 2); }},
     {"render8_transparent", kApplied, [](Scene& s) { return Draw(s, 1); }},

@@ -5,27 +5,22 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
+#include <tuple>
 
 namespace {
 
 TEST(Platform, BoundedPrintCutsAndTerminatesAsTheWindowsRuntimeDoes) {
-  struct Case {
-    const char* text;
-    std::size_t size;
-    int result;
-    const char* buffer;  // the whole buffer afterwards, '#' where nothing was written
-  };
-  const Case cases[] = {
-      {"", 4, 0, "\0###"},      {"ab", 4, 2, "ab\0#"},       {"abc", 4, 3, "abc\0"}, {"abcd", 4, 4, "abcd"},
+  using namespace std::string_literals;
+  // text, room given, result, the whole buffer afterwards ('#': not written)
+  const std::tuple<const char*, std::size_t, int, std::string> cases[] = {
+      {"", 4, 0, "\0###"s},     {"ab", 4, 2, "ab\0#"s},      {"abc", 4, 3, "abc\0"s}, {"abcd", 4, 4, "abcd"},
       {"abcde", 4, -1, "abcd"}, {"abcdefgh", 2, -1, "ab##"}, {"abc", 0, -1, "####"},
   };
-  for (const Case& c : cases) {
-    char buffer[4];
-    std::memset(buffer, '#', sizeof buffer);
-    EXPECT_EQ(c.result, cinebar_platform::BoundedPrint(buffer, c.size, "%s", c.text)) << c.text;
-    EXPECT_EQ(std::string(c.buffer, 4), std::string(buffer, 4)) << c.text << " in " << c.size;
+  for (const auto& [text, size, result, after] : cases) {
+    std::string buffer(4, '#');
+    EXPECT_EQ(result, cinebar_platform::BoundedPrint(buffer.data(), size, "%s", text)) << text;
+    EXPECT_EQ(after, buffer) << text << " in " << size;
   }
 }
 
