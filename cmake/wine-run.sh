@@ -29,4 +29,8 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
   flock -u 9
   exec 9>&-
 fi
+# The first Wine process in a prefix starts Wine's own services, which inherit
+# its output and stay for seconds after it ends; ctest would wait for them as
+# for the test's output. A silent first process keeps them off the test's.
+"$wine" cmd /c exit </dev/null >/dev/null 2>&1 || true
 exec "$wine" "$@"
