@@ -8,7 +8,6 @@
 // the strict host and fixtures/strict_main.cpp.
 #include <gtest/gtest.h>
 
-#include <iterator>
 #include <map>
 #include <memory>
 #include <ostream>

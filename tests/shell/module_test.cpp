@@ -1,10 +1,9 @@
 // The real module answering the host outside any instance: global setup and
-// the host check, the about text, and commands that do nothing whatever
-// records they are given.
+// the host check, and commands that do nothing whatever records they are
+// given. The about text without the branding library is the branding test's.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 
 #include "tests/fixtures/effect_host.h"
 
@@ -32,16 +31,6 @@ TEST(ModuleShell, GlobalSetupServesAfterEffectsAloneAndKeepsTheHostsBits) {
     EXPECT_EQ(served, out_data.global_data != nullptr);
     if (served) host.handles().Release(out_data.global_data);  // the host's own, with these records
   }
-}
-
-TEST(ModuleShell, AboutWithoutBrandingWritesTheFallbackText) {
-  Host host(TheModule());
-  ASSERT_EQ(PF_Err_NONE, host.GlobalSetup());
-  ASSERT_EQ(PF_Err_NONE, host.About());
-  const std::string text = host.out_data().return_msg;
-  EXPECT_EQ(0u, text.rfind("Tarnwick Cadre 1.1.12\r", 0)) << text;
-  EXPECT_EQ(std::string::npos, text.find('\n')) << "lines are separated by carriage returns";
-  EXPECT_EQ(0, host.out_data().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);
 }
 
 TEST(ModuleShell, CommandsWithoutAJobChangeNothingWhateverTheRecords) {

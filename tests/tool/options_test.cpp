@@ -35,7 +35,6 @@ TEST_P(CommandLine, ExitCodeAndOnARefusalOneLineAndNoOutput) {
 INSTANTIATE_TEST_SUITE_P(
     Values, CommandLine,
     ::testing::Values(
-        LineCase{"plain_render", R({}), 0},
         LineCase{"preset_full_name", R({"--preset", "16:9 (widescreen tv)"}), 0},
         LineCase{"preset_ratio", R({"--preset", "1.778"}), 0}, LineCase{"version", {"--version"}, 0},
         LineCase{"help", {"--help"}, 0}, LineCase{"ratio_w_h", R({"--ratio", "2.39:1"}), 0},
