@@ -1,8 +1,7 @@
 // The dispatcher through a test routing table: every command reaches its
 // handler, or none, whatever records it is given, and the module's instance
-// handle is fetched once; every kind of failure
-// becomes the tabled result, message and display flag; the call's suites go
-// back once on every path.
+// handle is fetched once; every kind of failure becomes the tabled result,
+// message and display flag; the call's suites go back once on every path.
 #include "plugin/dispatch.h"
 
 #include <gtest/gtest.h>
