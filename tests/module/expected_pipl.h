@@ -1,6 +1,5 @@
 // The property list the host must find in the module, written out field by
-// field as the host reads it, and how each platform's test program reaches
-// the module's own list.
+// field as the host reads it.
 #pragma once
 
 #include <cstdint>
@@ -53,10 +52,5 @@ inline const std::vector<uint8_t>& ExpectedPiPL() {
 
 #undef PIPL_HEAD
 #undef PIPL_CODE
-
-// The property list bytes of the module at CINEBAR_MODULE_PATH: the "PiPL"
-// 16000 resource on Windows, the PiPL_16000 data export natively. Fails the
-// current test (and returns an empty list) when the module or the list is missing.
-std::vector<uint8_t> ReadModulePiPL();
 
 }  // namespace module_test

@@ -1,8 +1,9 @@
-// The Windows module file as the host and the system see it: the version, the
-// bitmaps and the manifest, each found in English (US).
+// The Windows module file as the host and the system see it: the property
+// list, the version, the bitmaps and the manifest, each found in English (US).
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -90,12 +91,15 @@ TEST_F(ModuleFile, BitmapsAndManifestAreThereAndDecode) {
             std::string::npos);
 }
 
-}  // namespace
-
-std::vector<uint8_t> ReadModulePiPL() {
-  std::vector<uint8_t> bytes = ReadResource("PiPL", MAKEINTRESOURCEA(16000));
-  if (bytes.empty()) ADD_FAILURE() << "no resource \"PiPL\" 16000 in English (US) in " << CINEBAR_MODULE_PATH;
-  return bytes;
+// Byte for byte the table of expected_pipl.h, written out field by field as the host reads it.
+TEST_F(ModuleFile, PropertyListMatchesTheTableByteForByte) {
+  const std::vector<uint8_t> got = ReadResource("PiPL", MAKEINTRESOURCEA(16000));
+  const std::vector<uint8_t>& want = ExpectedPiPL();
+  ASSERT_EQ(want.size(), 314u);  // the table: 10-byte header, 13 heads of 16 bytes, 96 bytes of values
+  ASSERT_EQ(got.size(), want.size()) << "the \"PiPL\" 16000 resource in English (US)";
+  const auto diff = std::mismatch(got.begin(), got.end(), want.begin()).first;
+  EXPECT_TRUE(diff == got.end()) << "first difference at byte offset " << diff - got.begin();
 }
 
+}  // namespace
 }  // namespace module_test
