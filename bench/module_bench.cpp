@@ -33,20 +33,20 @@ void Measure(benchmark::State& state, Call call) {
 void BM_Render(benchmark::State& state) {
   const bool deep = state.range(0) == 16;
   NoOpHost host(TheModule().entry(), 1920, 1080, deep);
-  host.param(2).u.pd.value = static_cast<A_long>(state.range(1));  // 1 On Transparent, 2 On Image
+  host.param(PARAM_RENDER).u.pd.value = static_cast<A_long>(state.range(1));  // 1 On Transparent, 2 On Image
   Measure(state, [&] { return host.Render(); });
 }
 BENCHMARK(BM_Render)->ArgNames({"bits", "mode"})->Args({8, 2})->Args({8, 1})->Args({16, 2})->Args({16, 1});
 
 void BM_UserChangePreset(benchmark::State& state) {
   NoOpHost host(TheModule().entry(), 1920, 1080, false);
-  Measure(state, [&] { return host.UserChanged(3); });
+  Measure(state, [&] { return host.UserChanged(PARAM_PRESET); });
 }
 BENCHMARK(BM_UserChangePreset);
 
 void BM_UserChangeRatio(benchmark::State& state) {
   NoOpHost host(TheModule().entry(), 1920, 1080, false);
-  Measure(state, [&] { return host.UserChanged(4); });
+  Measure(state, [&] { return host.UserChanged(PARAM_ASPECT_RATIO); });
 }
 BENCHMARK(BM_UserChangeRatio);
 

@@ -1,6 +1,11 @@
 #include "bench/noop_host.h"
 
 #include <cstdlib>
+#include <iterator>
+
+#include "branding/branding.h"
+#include "effect/params.h"
+#include "host/host_functions.h"
 
 namespace cinebar_bench {
 namespace {
@@ -20,23 +25,46 @@ PF_Err Fill16(PF_ProgPtr, const PF_Pixel16*, const PF_Rect*, PF_LayerDef*) { ret
 PF_Err Copy(PF_ProgPtr, PF_LayerDef*, PF_LayerDef*, PF_Rect*, PF_Rect*) { return PF_Err_NONE; }
 PF_Err UpdateParamUi(PF_ProgPtr, A_long, const PF_ParamDef*) { return PF_Err_NONE; }
 
-const PF_FillMatteSuite2 kFillSuite{Fill, Fill16, nullptr, nullptr, nullptr, nullptr, nullptr};
-const PF_WorldTransformSuite1 kTransformSuite{nullptr, nullptr, nullptr, Copy, nullptr, nullptr, nullptr};
-const PF_HandleSuite1 kHandleSuite{NewHandle, LockHandle, UnlockHandle, DisposeHandle, nullptr, nullptr};
-const PF_ParamUtilsSuite3 kParamUtilsSuite{UpdateParamUi, nullptr, nullptr, nullptr, nullptr,
-                                           nullptr,       nullptr, nullptr, nullptr};
+using cinebar_simhost::Row;
+using cinebar_simhost::Suite;
+using cinebar_simhost::SuiteTable;
+const SuiteTable<Suite::kFillMatte> kFillSuite{Fill, Fill16, nullptr, nullptr, nullptr, nullptr, nullptr};
+const SuiteTable<Suite::kWorldTransform> kTransformSuite{nullptr, nullptr, nullptr, Copy,
+                                                         nullptr, nullptr, nullptr};
+const SuiteTable<Suite::kHandle> kHandleSuite{NewHandle,     LockHandle, UnlockHandle,
+                                              DisposeHandle, nullptr,    nullptr};
+const SuiteTable<Suite::kParamUtils> kParamUtilsSuite{UpdateParamUi, nullptr, nullptr, nullptr, nullptr,
+                                                      nullptr,       nullptr, nullptr, nullptr};
 
-// The four suite names differ in their fourth character: "PF Fill Matte Suite",
-// "PF World Transform Suite", "PF Handle Suite", "PF Param Utils Suite".
+// The first position at which the names of the host's suites all differ: the
+// broker tells them apart by that one character, as cheaply as a host can.
+constexpr std::size_t kTellingChar = [] {
+  const auto differ_at = [](const char* a, const char* b, std::size_t at) {
+    for (std::size_t i = 0; i <= at; ++i) {
+      if (a[i] == '\0' || b[i] == '\0') return false;
+    }
+    return a[at] != b[at];
+  };
+  for (std::size_t at = 0;; ++at) {
+    bool all = true;
+    for (std::size_t i = 1; i < std::size(cinebar_simhost::kSuites); ++i) {
+      for (std::size_t j = i + 1; j < std::size(cinebar_simhost::kSuites); ++j)
+        all = all && differ_at(cinebar_simhost::kSuites[i].name, cinebar_simhost::kSuites[j].name, at);
+    }
+    if (all) return at;
+  }
+}();
+constexpr char Telling(Suite suite) { return Row(suite).name[kTellingChar]; }
+
 SPErr AcquireSuite(const char* name, int32_t, const void** suite) {
-  switch (name[3]) {
-    case 'F':
+  switch (name[kTellingChar]) {
+    case Telling(Suite::kFillMatte):
       *suite = &kFillSuite;
       break;
-    case 'W':
+    case Telling(Suite::kWorldTransform):
       *suite = &kTransformSuite;
       break;
-    case 'H':
+    case Telling(Suite::kHandle):
       *suite = &kHandleSuite;
       break;
     default:
@@ -79,17 +107,17 @@ NoOpHost::NoOpHost(PF_EntryPointFn entry, A_long width, A_long height, bool deep
   output_.extent_hint = in_.extent_hint;
   output_.pix_aspect_ratio = PF_RationalScale{1, 1};
 
-  params_[0].param_type = PF_Param_LAYER;
-  params_[0].u.ld = output_;
-  params_[1].param_type = PF_Param_NO_DATA;
-  params_[2].param_type = PF_Param_POPUP;
-  params_[2].u.pd.value = 2;  // On Image
-  params_[3].param_type = PF_Param_POPUP;
-  params_[3].u.pd.value = 5;  // 2.35:1
-  params_[4].param_type = PF_Param_FLOAT_SLIDER;
-  params_[4].u.fs_d.value = 2.35;
-  params_[5].param_type = PF_Param_COLOR;
-  params_[5].u.cd.value = PF_Pixel{255, 0, 0, 0};
+  params_[PARAM_INPUT].param_type = PF_Param_LAYER;
+  params_[PARAM_INPUT].u.ld = output_;
+  params_[PARAM_HEADER].param_type = PF_Param_NO_DATA;
+  params_[PARAM_RENDER].param_type = PF_Param_POPUP;
+  params_[PARAM_RENDER].u.pd.value = RENDER_ON_IMAGE;
+  params_[PARAM_PRESET].param_type = PF_Param_POPUP;
+  params_[PARAM_PRESET].u.pd.value = 5;  // 2.35:1
+  params_[PARAM_ASPECT_RATIO].param_type = PF_Param_FLOAT_SLIDER;
+  params_[PARAM_ASPECT_RATIO].u.fs_d.value = 2.35;
+  params_[PARAM_COLOR].param_type = PF_Param_COLOR;
+  params_[PARAM_COLOR].u.cd.value = PF_Pixel{255, 0, 0, 0};
   for (int i = 0; i < kParamCount; ++i) param_list_[i] = &params_[i];
 }
 

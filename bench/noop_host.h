@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "effect/params.h"
 #include "host/module.h"
 #include "hostapi/ae_constants.h"
 #include "hostapi/ae_effect.h"
@@ -16,7 +17,7 @@ class NoOpHost {
  public:
   // The module's parameters as After Effects hands them over after parameter
   // setup: the layer, the header, Render, Preset, Aspect Ratio, Color.
-  static constexpr int kParamCount = 6;
+  static constexpr int kParamCount = PARAM_NUM_PARAMS;
 
   NoOpHost(PF_EntryPointFn entry, A_long width, A_long height, bool deep);
 

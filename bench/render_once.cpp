@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   try {
     const cinebar_simhost::Module module(cinebar_bench::ModulePath());
     cinebar_bench::NoOpHost host(module.entry(), 1920, 1080, deep);
-    host.param(2).u.pd.value = transparent ? 1 : 2;
+    host.param(PARAM_RENDER).u.pd.value = transparent ? RENDER_ON_TRANSPARENT : RENDER_ON_IMAGE;
     cinebar_bench::AllocationCount::Start();
     for (int i = 0; i < calls; ++i) {
       if (host.Render() != PF_Err_NONE) {

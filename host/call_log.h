@@ -1,5 +1,5 @@
 // The ordered record of every host function the module called (and, as
-// "EntryPointFunc" entries, of every command the host sent), with the
+// HostFn::kCommand entries, of every command the host sent), with the
 // arguments tests look at.
 #pragma once
 
@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "hostapi/ae_effect.h"
+#include "host/host_functions.h"
 
 namespace cinebar_simhost {
 
 struct CallRecord {
-  std::string function;  // call-log name, see kHostFunctions; "EntryPointFunc" for a command
+  HostFn fn = HostFn::kCommand;
   PF_Cmd command = -1;   // the command in progress (-1 outside any)
   std::string args;      // the key arguments as text
   long long result = 0;  // the returned PF_Err / SPErr / count; 0 for functions returning nothing
@@ -39,11 +39,9 @@ class CallLog {
 
   const std::vector<CallRecord>& records() const { return records_; }
   CallRecord& at(std::size_t i) { return records_.at(i); }
-  int Count(const std::string& function) const;
-  const CallRecord* Last(const std::string& function) const;  // null when never called
-  std::vector<const CallRecord*> Named(const std::string& function) const;
-  std::vector<std::string> Functions() const;  // the names in call order, for compact order checks
-  std::string ToString() const;                // one line per call, for failure messages and traces
+  int Count(HostFn fn) const;
+  const CallRecord* Last(HostFn fn) const;  // null when never called
+  std::vector<const CallRecord*> Named(HostFn fn) const;
 
  private:
   std::vector<CallRecord> records_;

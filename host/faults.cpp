@@ -1,47 +1,27 @@
 #include "host/faults.h"
 
-#include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace cinebar_simhost {
 
-const std::vector<std::string> kHostFunctions = {
-    "add_param",
-    "register_ui",
-    "host_new_handle",
-    "host_lock_handle",
-    "host_unlock_handle",
-    "host_dispose_handle",
-    "host_get_handle_size",
-    "host_resize_handle",
-    "get_platform_data",
-    "sprintf",
-    "strcpy",
-    "AcquireSuite",
-    "ReleaseSuite",
-    "HandleSuite.host_new_handle",
-    "HandleSuite.host_lock_handle",
-    "HandleSuite.host_unlock_handle",
-    "HandleSuite.host_dispose_handle",
-    "HandleSuite.host_get_handle_size",
-    "HandleSuite.host_resize_handle",
-    "fill",
-    "fill16",
-    "copy",
-    "PF_UpdateParamUI",
-};
-
-std::string AcquireKey(const std::string& suite, int version) {
-  return "AcquireSuite(" + suite + "," + std::to_string(version) + ")";
+FaultTarget FaultTarget::ForSuite(std::string name, int version) {
+  FaultTarget target(HostFn::kAcquireSuite);
+  target.suite = std::move(name);
+  target.version = version;
+  return target;
 }
 
-void FaultPlan::Fail(const std::string& function, Fault fault) {
-  const bool known =
-      std::find(kHostFunctions.begin(), kHostFunctions.end(), function) != kHostFunctions.end() ||
-      function.rfind("AcquireSuite(", 0) == 0;
-  if (!known) throw std::invalid_argument("FaultPlan: \"" + function + "\" is not a host function");
+std::string FaultTarget::Text() const {
+  if (suite.empty() && version == 0) return Name(fn);
+  return std::string(Name(fn)) + "(" + suite + "," + std::to_string(version) + ")";
+}
+
+void FaultPlan::Fail(const FaultTarget& target, Fault fault) {
+  if (Row(target.fn).fault == FaultKind::kNever)
+    throw std::invalid_argument("FaultPlan: \"" + target.Text() + "\" is not a host function");
   if (fault.on_call < 1) throw std::invalid_argument("FaultPlan: call numbers start at 1");
-  faults_[function].push_back(fault);
+  faults_[target].push_back(fault);
 }
 
 void FaultPlan::Clear() {
@@ -49,9 +29,9 @@ void FaultPlan::Clear() {
   calls_.clear();
 }
 
-bool FaultPlan::Check(const std::string& function, Fault* fault) {
-  const int n = ++calls_[function];
-  const auto it = faults_.find(function);
+bool FaultPlan::Check(const FaultTarget& target, Fault* fault) {
+  const int n = ++calls_[target];
+  const auto it = faults_.find(target);
   if (it == faults_.end()) return false;
   for (const Fault& f : it->second) {
     if (n == f.on_call || (f.and_later && n > f.on_call)) {
@@ -62,8 +42,8 @@ bool FaultPlan::Check(const std::string& function, Fault* fault) {
   return false;
 }
 
-int FaultPlan::Calls(const std::string& function) const {
-  const auto it = calls_.find(function);
+int FaultPlan::Calls(const FaultTarget& target) const {
+  const auto it = calls_.find(target);
   return it == calls_.end() ? 0 : it->second;
 }
 

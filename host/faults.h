@@ -1,19 +1,16 @@
 // Fault injection: make the Nth call of a host function, or every call from
-// the Nth on, fail. A failing call does not do its work and answers:
-//   functions returning PF_Err or SPErr -> Fault::error;
-//   host_new_handle, host_lock_handle    -> null (Fault::Null() gives a new handle without a block);
-//   AcquireSuite                         -> Fault::error and a null suite
-//                                           (Fault::Null() gives "no error but null suite");
-//   sprintf -> -1 with nothing written; strcpy -> null with nothing copied;
-//   functions returning nothing          -> the call is ignored.
-// Functions are named as in the call log (kHostFunctions).
+// the Nth on, fail. How a failed call answers is its row's FaultKind
+// (host_functions.h). A fault can also be aimed at AcquireSuite for one
+// suite name and version; a fault on AcquireSuite itself fails calls for
+// every suite.
 #pragma once
 
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "hostapi/ae_effect.h"
+#include "host/host_functions.h"
 
 namespace cinebar_simhost {
 
@@ -29,27 +26,35 @@ struct Fault {
   Fault Always() const { return FromCall(1); }
 };
 
-class FaultPlan {
- public:
-  // Adds a fault for `function`; several faults for one function all apply.
-  // Throws std::invalid_argument for a name that is no host function or a call number below 1.
-  void Fail(const std::string& function, Fault fault);
-  void Clear();  // forgets the faults and the call counts
+// What a fault is aimed at: a host function, or AcquireSuite for one suite.
+struct FaultTarget {
+  FaultTarget(HostFn function) : fn(function) {}  // NOLINT: a host function is a target
+  static FaultTarget ForSuite(std::string name, int version);
 
-  // Counts one call of `function` and tells whether it fails (and how).
-  bool Check(const std::string& function, Fault* fault);
-  int Calls(const std::string& function) const;
+  HostFn fn;
+  std::string suite;  // AcquireSuite's name and version; empty for every call
+  int version = 0;
 
- private:
-  std::map<std::string, std::vector<Fault>> faults_;
-  std::map<std::string, int> calls_;
+  std::string Text() const;  // e.g. "AcquireSuite(PF Fill Matte Suite,2)"
+  bool operator<(const FaultTarget& other) const {
+    return std::tie(fn, suite, version) < std::tie(other.fn, other.suite, other.version);
+  }
 };
 
-// Every host function the simulated host serves, by its call-log name.
-extern const std::vector<std::string> kHostFunctions;
+class FaultPlan {
+ public:
+  // Adds a fault; several faults for one target all apply.
+  // Throws std::invalid_argument for the command or a call number below 1.
+  void Fail(const FaultTarget& target, Fault fault);
+  void Clear();  // forgets the faults and the call counts
 
-// The fault name of one suite at one version, e.g. "AcquireSuite(PF Fill Matte Suite,2)".
-// A fault on plain "AcquireSuite" counts and fails calls for every suite.
-std::string AcquireKey(const std::string& suite, int version);
+  // Counts one call and tells whether it fails (and how).
+  bool Check(const FaultTarget& target, Fault* fault);
+  int Calls(const FaultTarget& target) const;
+
+ private:
+  std::map<FaultTarget, std::vector<Fault>> faults_;
+  std::map<FaultTarget, int> calls_;
+};
 
 }  // namespace cinebar_simhost

@@ -131,17 +131,6 @@ std::string HandleStore::Resize(PF_Handle handle, A_HandleSize size) {
 
 std::size_t HandleStore::LiveCount() const { return Live().size(); }
 
-A_HandleSize HandleStore::LiveBytes() const {
-  A_HandleSize total = 0;
-  for (const PF_Handle handle : Live()) total += Find(handle)->bytes.size();
-  return total;
-}
-
-int HandleStore::LockCount(PF_Handle handle) const {
-  const Block* b = Find(handle);
-  return b ? b->locks : -1;
-}
-
 std::vector<PF_Handle> HandleStore::Live() const {
   std::vector<PF_Handle> live;
   for (const auto& entry : blocks_) {

@@ -49,8 +49,6 @@ class HandleStore {
   bool IsLive(PF_Handle handle) const { return Find(handle) != nullptr; }
   bool IsDisposed(PF_Handle handle) const;
   std::size_t LiveCount() const;
-  A_HandleSize LiveBytes() const;
-  int LockCount(PF_Handle handle) const;  // -1 for an unknown handle
   std::vector<PF_Handle> Live() const;
   // Disposed blocks whose poison or master pointer the module changed since; poisoned again.
   std::vector<PF_Handle> TakeQuarantineBreaches();

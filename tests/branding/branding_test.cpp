@@ -140,7 +140,7 @@ TEST_F(BoundBranding, HeaderTakesTheLibrarysSizeTruncatedIntoSixteenBitsLessFort
     EXPECT_EQ(0u, ideal.args[3] + ideal.args[4]) << "both zeroed before the call";
     EXPECT_EQ(1u, fresh.registered_ui().size());
     // The one unlock that hands the host the record's address, not the handle.
-    EXPECT_EQ(static_cast<void*>(*fresh.global_data()), fresh.log().Last("host_unlock_handle")->handle);
+    EXPECT_EQ(static_cast<void*>(*fresh.global_data()), fresh.log().Last(HostFn::kUnlockHandle)->handle);
   }
 }
 

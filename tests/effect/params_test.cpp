@@ -111,8 +111,8 @@ TEST_F(Controls, PresetAndRatioFollowEachOtherAndTheRecordRemembers) {
     EXPECT_EQ(edit.ratio, instance->param(kRatio).u.fs_d.value);
     EXPECT_EQ(edit.preset, instance->param(kPreset).u.pd.value);
     EXPECT_EQ(edit.stored, Record(*instance)[0]);
-    EXPECT_EQ(1, host.log().Count("AcquireSuite")) << "Param Utils, whatever changed";
-    const auto* update = host.log().Last("PF_UpdateParamUI");
+    EXPECT_EQ(1, host.log().Count(HostFn::kAcquireSuite)) << "Param Utils, whatever changed";
+    const auto* update = host.log().Last(HostFn::kUpdateParamUi);
     ASSERT_EQ(edit.index == kRatio, update != nullptr) << "the popup moves through a UI update only";
     if (update != nullptr) {
       EXPECT_EQ(kPreset, update->index);
@@ -150,17 +150,16 @@ TEST_F(Controls, TheRecordIsNewAtSetupKeptThroughProjectsAndFreedAtSetdown) {
 
   host.log().Clear();
   ASSERT_EQ(PF_Err_NONE, host.SequenceSetup(*instance));  // a second setup starts again
-  std::vector<std::string> handle_calls;
-  for (const std::string& name : host.log().Functions()) {
-    if (name.rfind("HandleSuite.", 0) == 0) handle_calls.push_back(name);
+  std::vector<HostFn> handle_calls;
+  for (const auto& call : host.log().records()) {
+    if (Row(call.fn).suite == cinebar_simhost::Suite::kHandle) handle_calls.push_back(call.fn);
   }
-  EXPECT_EQ(std::vector<std::string>({"HandleSuite.host_dispose_handle", "HandleSuite.host_new_handle"}),
-            handle_calls);
+  EXPECT_EQ(std::vector<HostFn>({HostFn::kSuiteDisposeHandle, HostFn::kSuiteNewHandle}), handle_calls);
   EXPECT_EQ(1, Record(*instance)[0]);
   ASSERT_EQ(PF_Err_NONE, host.Remove(*instance));
   host.log().Clear();
   ASSERT_EQ(PF_Err_NONE, host.Remove(host.AddInstance(World(4, 4))));  // nothing to free, nothing borrowed
-  EXPECT_EQ(0, host.log().Count("AcquireSuite"));
+  EXPECT_EQ(0, host.log().Count(HostFn::kAcquireSuite));
 }
 
 }  // namespace

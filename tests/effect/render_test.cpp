@@ -89,14 +89,14 @@ TEST(Render, WorkedRectanglesAsReceivedAndAsDrawn) {
     host.log().Clear();
     ASSERT_EQ(PF_Err_NONE, host.Render(layer, output));
 
-    const auto fills = host.log().Named(deep ? "fill16" : "fill");
-    const auto* copy = host.log().Last("copy");
+    const auto fills = host.log().Named(deep ? HostFn::kFill16 : HostFn::kFill);
+    const auto* copy = host.log().Last(HostFn::kCopy);
     ASSERT_EQ(mode == 1 ? 2u : 1u, fills.size());
     EXPECT_FALSE(fills[0]->rect.has_value()) << "first the whole frame";
     const PF_Rect& got = mode == 1 ? *fills[1]->rect : *copy->rect;
     EXPECT_EQ(0, std::memcmp(&f.picture, &got, sizeof got))
         << got.left << "," << got.top << "," << got.right << "," << got.bottom;
-    EXPECT_EQ(mode == 1 ? 0 : 1, host.log().Count("copy"));
+    EXPECT_EQ(mode == 1 ? 0 : 1, host.log().Count(HostFn::kCopy));
     if (mode != 1) {
       EXPECT_EQ(0, std::memcmp(&f.picture, &*copy->src_rect, sizeof got));
     }

@@ -18,9 +18,11 @@
 
 namespace {
 
-using cinebar_simhost::AcquireKey;
 using cinebar_simhost::Fault;
+using cinebar_simhost::FaultKind;
+using cinebar_simhost::FaultTarget;
 using cinebar_simhost::Host;
+using cinebar_simhost::HostFn;
 using cinebar_simhost::Instance;
 using cinebar_simhost::World;
 
@@ -80,29 +82,36 @@ const Scenario kScenarios[] = {
 };
 
 // What a refused host call costs the command, the first matching rule
-// winning ("" matches any scenario; functions match by prefix). Everything
+// winning (kAny and "" match any function, suite or scenario). Everything
 // else is answered PF_Err_NONE: a lost text, a lock or a window not given.
+constexpr HostFn kAny = HostFn::kCommand;  // never refused itself
 struct Rule {
-  const char* function;
+  HostFn function;
+  const char* suite;
   const char* scenario;
   PF_Err result;
 };
+const char* const kParamUtils = cinebar_simhost::Row(cinebar_simhost::Suite::kParamUtils).name;
 const Rule kRules[] = {
-    {"", "event_header", kOk},  // what the branding library says never reaches the host
-    {"AcquireSuite(PF Param Utils Suite,3)", "changed_ratio", kNoSuite},
-    {"AcquireSuite(PF Param Utils Suite,3)", "", kOk},  // only a typed ratio needs it
-    {"AcquireSuite", "", kNoSuite},
-    {"HandleSuite.host_new_handle", "", PF_Err_OUT_OF_MEMORY},
-    {"PF_UpdateParamUI", "changed_ratio", kRefusal},
-    {"add_param", "", kRefusal},  // the header's too, once the controls are added
-    {"fill", "", kRefusal},
-    {"copy", "", kRefusal},
+    {kAny, "", "event_header", kOk},  // what the branding library says never reaches the host
+    {HostFn::kAcquireSuite, kParamUtils, "changed_ratio", kNoSuite},
+    {HostFn::kAcquireSuite, kParamUtils, "", kOk},  // only a typed ratio needs it
+    {HostFn::kAcquireSuite, "", "", kNoSuite},
+    {HostFn::kSuiteNewHandle, "", "", PF_Err_OUT_OF_MEMORY},
+    {HostFn::kUpdateParamUi, "", "changed_ratio", kRefusal},
+    {HostFn::kAddParam, "", "", kRefusal},  // the header's too, once the controls are added
+    {HostFn::kFill, "", "", kRefusal},
+    {HostFn::kFill16, "", "", kRefusal},
+    {HostFn::kCopy, "", "", kRefusal},
 };
 
-PF_Err Expected(const Scenario& scenario, const std::string& function) {
+PF_Err Expected(const Scenario& scenario, const FaultTarget& target) {
+  const auto any_or = [](const char* rule, const std::string& value) {
+    return *rule == '\0' || value == rule;
+  };
   for (const Rule& rule : kRules) {
-    if (function.rfind(rule.function, 0) == 0 &&
-        (*rule.scenario == '\0' || scenario.name == std::string(rule.scenario)))
+    if ((rule.function == kAny || rule.function == target.fn) && any_or(rule.suite, target.suite) &&
+        any_or(rule.scenario, scenario.name))
       return rule.result;
   }
   return kOk;
@@ -153,7 +162,7 @@ void PlayOn(Scene& s, const Scenario& scenario) {
 }
 
 struct Injected {
-  std::string function;
+  FaultTarget function;
   int call;
   bool null, no_sprintf;  // null: a suite or handle handed out without an error, but empty
 };
@@ -173,20 +182,21 @@ TEST_P(FaultMatrix, EveryHostCallRefusedInTurn) {
     s.log().Clear();
     ASSERT_EQ(kOk, scenario.run(s));
     clean_message = s.out_data().return_msg;
-    std::map<std::string, int> calls;
+    std::map<FaultTarget, int> calls;
     for (const auto& r : s.log().records()) {
-      if (r.function == "EntryPointFunc" || r.function == "ReleaseSuite") continue;
-      const bool suite = r.function == "AcquireSuite";
-      const std::string key = suite ? AcquireKey(r.suite, r.version) : r.function;
+      if (r.fn == HostFn::kCommand || r.fn == HostFn::kReleaseSuite) continue;
+      const bool suite = r.fn == HostFn::kAcquireSuite;
+      const FaultTarget key = suite ? FaultTarget::ForSuite(r.suite, r.version) : FaultTarget(r.fn);
       const int n = ++calls[key];
       faults.push_back({key, n, false, false});
-      if (suite || key.ends_with("host_new_handle")) faults.push_back({key, n, true, false});  // or no block
+      if (suite || Row(r.fn).fault == FaultKind::kNewHandle)
+        faults.push_back({key, n, true, false});  // or no block
       if (Expected(scenario, key) == kNoSuite) faults.push_back({key, n, false, true});
     }
     PlayOn(s, scenario);
   }
   for (const Injected& f : faults) {
-    SCOPED_TRACE(f.function + " call " + std::to_string(f.call) + (f.null ? ", null" : "") +
+    SCOPED_TRACE(f.function.Text() + " call " + std::to_string(f.call) + (f.null ? ", null" : "") +
                  (f.no_sprintf ? ", and sprintf" : ""));
     Scene s;
     ASSERT_NO_FATAL_FAILURE(Prepare(s, scenario.stage));
@@ -194,16 +204,14 @@ TEST_P(FaultMatrix, EveryHostCallRefusedInTurn) {
     const Fault fault = f.null ? Fault::Null() : Fault::Error(kRefusal);
     // A host without a suite stays without it for the rest of the command.
     s.faults().Fail(f.function,
-                    f.function.rfind("AcquireSuite", 0) == 0 ? fault.FromCall(f.call) : fault.OnCall(f.call));
-    if (f.no_sprintf) s.faults().Fail("sprintf", Fault::Error(kRefusal));
+                    f.function.fn == HostFn::kAcquireSuite ? fault.FromCall(f.call) : fault.OnCall(f.call));
+    if (f.no_sprintf) s.faults().Fail(HostFn::kSprintf, Fault::Error(kRefusal));
     const PF_Err result = scenario.run(s);
     EXPECT_GE(s.faults().Calls(f.function), f.call) << "not reached";
     const PF_Err expected = Expected(scenario, f.function);
     EXPECT_EQ(expected, result);
-    const std::string suite =
-        f.function.substr(f.function.find('(') + 1, f.function.find(',') - f.function.find('(') - 1);
     EXPECT_EQ(f.no_sprintf           ? ""
-              : expected == kNoSuite ? "Cinebar is missing the suite " + suite
+              : expected == kNoSuite ? "Cinebar is missing the suite " + f.function.suite
                                      : clean_message,
               s.out_data().return_msg);
     EXPECT_EQ(0, s.out_data().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);

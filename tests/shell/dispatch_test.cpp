@@ -85,7 +85,7 @@ TEST_F(Dispatch, RoutesEveryCommandAndRefusesOnlyRecordsItsHandlerNeeds) {
     EXPECT_EQ(does_nothing ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM,
               host.CallRaw(route.cmd, nullptr, nullptr, nullptr, nullptr, nullptr));
   }
-  EXPECT_EQ(1, host.log().Count("get_platform_data")) << "the module's instance, fetched once";
+  EXPECT_EQ(1, host.log().Count(HostFn::kGetPlatformData)) << "the module's instance, fetched once";
   EXPECT_EQ(&module_token, g_module_instance);
 }
 
@@ -125,8 +125,8 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
     EXPECT_EQ(clause.message, host.out_data().return_msg);
     EXPECT_EQ(clause.display, (host.out_data().out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE) != 0);
     EXPECT_EQ(7, host.out_data().num_params);
-    EXPECT_EQ(1, host.log().Count("AcquireSuite"));
-    EXPECT_EQ(1, host.log().Count("ReleaseSuite"));
+    EXPECT_EQ(1, host.log().Count(HostFn::kAcquireSuite));
+    EXPECT_EQ(1, host.log().Count(HostFn::kReleaseSuite));
     EXPECT_EQ(nullptr, g_current_out_data) << "reset when the call ends";
   }
 }

@@ -47,7 +47,7 @@ TEST(ModuleShell, CommandsWithoutAJobChangeNothingWhateverTheRecords) {
     EXPECT_EQ(0, std::memcmp(&before, &out_data, sizeof out_data));
     EXPECT_EQ(PF_Err_NONE, host.CallRaw(cmd, &in_data, nullptr, nullptr, nullptr, nullptr));
     for (const auto& call : host.log().records())
-      EXPECT_TRUE(call.function == "EntryPointFunc" || call.function == "get_platform_data") << call.function;
+      EXPECT_TRUE(call.fn == HostFn::kCommand || call.fn == HostFn::kGetPlatformData) << Name(call.fn);
   }
 }
 
