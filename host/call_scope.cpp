@@ -67,6 +67,8 @@ Call::Call(HostFn fn, std::string args) : row_(Row(fn)), host_(g_current), numbe
   record_ = &host_->log().Add(std::move(record));
 }
 
+Call::Call(HostFn fn, PF_Handle handle) : Call(fn, PtrText(handle)) { record_->handle = handle; }
+
 bool Call::Admit(std::initializer_list<const void*> needed, const char* missing) {
   return Checked(nullptr, needed, missing);
 }

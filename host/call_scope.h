@@ -31,6 +31,7 @@ class CurrentHostScope {
 class Call {
  public:
   Call(HostFn fn, std::string args);
+  Call(HostFn fn, PF_Handle handle);  // a call on an existing handle
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 

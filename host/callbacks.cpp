@@ -15,11 +15,6 @@ namespace cinebar_simhost {
 namespace {
 
 std::string Str(const char* text) { return text ? "\"" + std::string(text) + "\"" : "null"; }
-std::string PtrText(const void* p) {
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%p", p);
-  return buffer;
-}
 template <typename Pixel>
 std::string ColorText(const Pixel* c) {
   if (c == nullptr) return "null";
@@ -79,8 +74,7 @@ PF_Handle NewHandle(A_HandleSize size) {
 
 template <HostFn Fn>
 void* LockHandle(PF_Handle handle) {
-  Call c(Fn, PtrText(handle));
-  c.record().handle = handle;
+  Call c(Fn, handle);
   if (!c.Admit()) return c.Answer<void*>();
   void* block = nullptr;
   Noted(c, c.host().handles().Lock(handle, &block));
@@ -89,22 +83,19 @@ void* LockHandle(PF_Handle handle) {
 
 template <HostFn Fn>
 void UnlockHandle(PF_Handle handle) {
-  Call c(Fn, PtrText(handle));
-  c.record().handle = handle;
+  Call c(Fn, handle);
   if (c.Admit()) Noted(c, c.host().handles().Unlock(handle));
 }
 
 template <HostFn Fn>
 void DisposeHandle(PF_Handle handle) {
-  Call c(Fn, PtrText(handle));
-  c.record().handle = handle;
+  Call c(Fn, handle);
   if (c.Admit()) Noted(c, c.host().handles().Dispose(handle));
 }
 
 template <HostFn Fn>
 A_HandleSize HandleSize(PF_Handle handle) {
-  Call c(Fn, PtrText(handle));
-  c.record().handle = handle;
+  Call c(Fn, handle);
   if (!c.Admit()) return c.Answer<A_HandleSize>();
   A_HandleSize size = 0;
   Noted(c, c.host().handles().Size(handle, &size));
