@@ -1,6 +1,7 @@
-// HostSuiteCache against the simulated host's broker: lazy, once per pair,
-// release in the host's order, also while an exception passes, and the pairs
-// it knows. Refused suites, through the real module, are the fault matrix's.
+// HostSuiteCache against the simulated host's broker, as the host's call log
+// records it: lazy, once per pair, given back in the order of the cache's
+// slots, also while an exception passes; and each pair known once. Refused suites, through the real module,
+// are the fault matrix's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,6 +75,12 @@ TEST(SuiteCache, AcquiresOnFirstUseOnceAndReleasesInTheHostsOrder) {
   EXPECT_NE(in_slot_order, acquired) << "the handler's order must differ for the test to tell";
   EXPECT_EQ(in_slot_order, calls(HostFn::kReleaseSuite));
   for (const Pair& pair : acquired) EXPECT_LT(SlotOf(pair), HostSuiteCache::kReleasedPairCount) << pair.first;
+  std::vector<Pair> served, fetched = acquired;  // the four accessors reach the host's four suites
+  for (const auto& row : cinebar_simhost::kSuites)
+    if (row.suite != cinebar_simhost::Suite::kNone) served.emplace_back(row.name, row.version);
+  std::sort(served.begin(), served.end());
+  std::sort(fetched.begin(), fetched.end());
+  EXPECT_EQ(served, fetched);
   EXPECT_EQ(nullptr, HostSuiteCache(nullptr).FillMatteSuite2()) << "without a broker, no suite";
 }
 
