@@ -52,7 +52,7 @@ echo "=== Summary ==="
 total_passed=0
 total_failed=0
 # One attribute of the <testsuite> element of a JUnit report.
-junit_count() { sed -n "s/.*<testsuite [^>]*\b$2=\"\([0-9]*\)\".*/\1/p" "$1" | head -n 1; }
+junit_count() { tr '\n\t' '  ' <"$1" | sed -n "s/.*<testsuite [^>]*\b$2=\"\([0-9]*\)\".*/\1/p"; }
 for i in "${!presets[@]}"; do
   preset="${presets[$i]}"
   junit="build/${preset}/ctest-junit.xml"
