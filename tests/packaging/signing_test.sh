@@ -84,7 +84,8 @@ export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=pr
 export CINEBAR_SIGN_CERT="$work/chain.pem"
 export CINEBAR_SIGN_PIN="$PIN"
 # A server that does not answer first: the next one is asked.
-export CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ http://127.0.0.1:$(cat "$tsa/port")/"
+CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ http://127.0.0.1:$(cat "$tsa/port")/"
+export CINEBAR_SIGN_TIMESTAMP_URL
 out="$work/out"
 mkdir "$out"
 sign() { "$CINEBAR_PACKAGING_DIR/sign.sh" "$CINEBAR_OSSLSIGNCODE" "$CINEBAR_RELEASE_EPOCH_FILE" "$CINEBAR_PRODUCT" \

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034  # constants for the scripts that source this
 # Sourced by the packaging tests that run Windows programs: a private Wine
 # prefix per test (removed at exit), paths, the registry, and the After
 # Effects installations a test pretends to have; the NSIS installer run
