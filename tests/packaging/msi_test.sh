@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the MSI package with Wine's msiexec, silently, in a private prefix:
-# the folder it installs to, reinstall, upgrade, downgrade, uninstall, and
-# how it meets the NSIS installer. Each case starts from a clean prefix state.
+# the folder it installs to, reinstall, upgrade, downgrade, uninstall (also
+# after the folder After Effects records moved), and how it meets the NSIS
+# installer. Each case starts from a clean prefix state.
 #
 # tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
 set -u -o pipefail
@@ -75,6 +76,14 @@ for row in "${FOLDER_CASES[@]}"; do
 done
 
 # ---- versions and the other installer ------------------------------------------------
+
+echo "case: uninstall after the plug-in folder moved"
+set_after_effects "24.0=C:\\Old AE\\Plug-ins"
+check "moved folder: installs" exits 0 msi /i "$CINEBAR_MSI"
+set_after_effects "24.0=C:\\New AE\\Plug-ins"
+check "moved folder: uninstalls" exits 0 msi /x "$CINEBAR_MSI"
+check "moved folder: the module is gone from where it went" equals "$(modules)" 0
+clean
 
 folder="C:\\AE24\\Plug-ins\\$CINEBAR_CATEGORY"
 set_after_effects "24.0=C:\\AE24\\Plug-ins"
