@@ -6,8 +6,11 @@
 ;   MODULE_FILE   the shipped module (signed)      MODULE_NAME   its file name when installed
 ;   LICENSE_FILE  licence shown before installing  COPYRIGHT     its copyright line
 ;   PRODUCT_PAGE  the publisher's page of the product
+;   AE_VERSIONS   After Effects versions searched, newest first, separated by blanks
+;   MSI_KEY       registry key of an installation by the MSI package
+;   UNINSTALL_KEY registry key of this installer's entry in Settings > Apps
 ;   SIGN          packaging/sign.sh                SIGN_TOOL  osslsigncode
-;   SIGN_KEY      PKCS#12 signing key              SIGN_TIME  signing time (seconds)
+;   SIGN_EPOCH_FILE  file with the signing time (seconds); sign.sh takes the key from the environment
 ;   OUTFILE       the installer to write
 ; and may define STUB, the NSIS stub to build on (default amd64-unicode).
 ;
@@ -16,8 +19,12 @@
 ;
 ; The module goes into "<plug-in folder>\<category>". The plug-in folder is the
 ; one that installed versions of After Effects record as CommonPluginInstallPath
-; (the newest version that records one), else the common MediaCore folder that
-; every version searches. /D=<folder> on the command line overrides both.
+; (the newest version of AE_VERSIONS that records one, the MSI package's rule
+; too), else the common MediaCore folder that every version searches.
+; /D=<folder> on the command line overrides both.
+;
+; The MSI package installs the same module: this installer refuses to run
+; while that is installed, and the MSI refuses while this one is.
 ;
 ; Reproducible: no build date is embedded (no !define /date, SetDateSave off),
 ; so the same inputs give the same installer bytes.
@@ -25,10 +32,13 @@
 !ifndef PRODUCT | PUBLISHER | CATEGORY | VERSION | VERSION_QUAD | MODULE_FILE | MODULE_NAME | LICENSE_FILE | COPYRIGHT | OUTFILE
   !error "packaging/CMakeLists.txt defines the installer's names and files"
 !endif
-!ifndef PRODUCT_PAGE | SIGN | SIGN_TOOL | SIGN_KEY | SIGN_TIME
+!ifndef AE_VERSIONS | MSI_KEY | UNINSTALL_KEY
+  !error "packaging/CMakeLists.txt defines where the module goes"
+!endif
+!ifndef PRODUCT_PAGE | SIGN | SIGN_TOOL | SIGN_EPOCH_FILE
   !error "packaging/CMakeLists.txt defines how the installer is signed"
 !endif
-!define SIGN_WITH '"${SIGN}" "${SIGN_TOOL}" "${SIGN_KEY}" "${SIGN_TIME}"'
+!define SIGN_WITH '"${SIGN}" "${SIGN_TOOL}" "${SIGN_EPOCH_FILE}"'
 !uninstfinalize '${SIGN_WITH} "${PRODUCT} uninstaller" "${PRODUCT_PAGE}" "%1"' = 0
 !finalize '${SIGN_WITH} "${PRODUCT} ${VERSION} setup" "${PRODUCT_PAGE}" "%1"' = 0
 
@@ -49,13 +59,13 @@ ManifestDPIAware true
 !include x64.nsh
 !include WordFunc.nsh
 
-!define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${PRODUCT}"
 !define AE_KEY "SOFTWARE\Adobe\After Effects"
 !define AE_PLUGIN_VALUE "CommonPluginInstallPath"
 !define FALLBACK_PLUGIN_FOLDER "$COMMONFILES64\Adobe\Common\Plug-ins\7.0\MediaCore"
 !define UNINSTALLER "Uninstall ${PRODUCT}.exe"
-; Exit code of an installer that refuses to run (silent installs report it).
+; Exit codes of an installer that refuses to run (silent installs report them).
 !define EXIT_UNSUPPORTED 2
+!define EXIT_MSI_INSTALLED 3
 
 Name "${PRODUCT} ${VERSION}"
 OutFile "${OUTFILE}"
@@ -79,31 +89,20 @@ Page instfiles
 UninstPage uninstConfirm
 UninstPage instfiles
 
-; The plug-in folder of the newest After Effects that records one, else the
-; common MediaCore folder. Leaves the folder in $R0.
+; The plug-in folder of the newest After Effects of AE_VERSIONS that records
+; one, else the common MediaCore folder. Leaves the folder in $R0.
 Function FindPluginFolder
   StrCpy $R0 ""   ; chosen folder
-  StrCpy $R1 ""   ; version of the chosen folder
-  StrCpy $R2 0    ; subkey index
+  StrCpy $R2 1    ; word of AE_VERSIONS
   ${Do}
     ClearErrors
-    EnumRegKey $R3 HKLM "${AE_KEY}" $R2
+    ${WordFind} "${AE_VERSIONS}" " " "E+$R2" $R3
     ${If} ${Errors}
-    ${OrIf} $R3 == ""
       ${Break}
     ${EndIf}
-    ReadRegStr $R4 HKLM "${AE_KEY}\$R3" "${AE_PLUGIN_VALUE}"
-    ${If} $R4 != ""
-      ${If} $R0 == ""
-        StrCpy $R0 $R4
-        StrCpy $R1 $R3
-      ${Else}
-        ${VersionCompare} $R3 $R1 $R5   ; 1: $R3 is newer
-        ${If} $R5 == 1
-          StrCpy $R0 $R4
-          StrCpy $R1 $R3
-        ${EndIf}
-      ${EndIf}
+    ReadRegStr $R0 HKLM "${AE_KEY}\$R3" "${AE_PLUGIN_VALUE}"
+    ${If} $R0 != ""
+      ${Break}
     ${EndIf}
     IntOp $R2 $R2 + 1
   ${Loop}
@@ -139,6 +138,12 @@ Function .onInit
     Abort
   ${EndIf}
   SetRegView 64
+  ReadRegStr $0 HKLM "${MSI_KEY}" "InstallFolder"
+  ${If} $0 != ""
+    MessageBox MB_OK|MB_ICONSTOP "${PRODUCT} is installed from its MSI package, in $0. Uninstall it in Settings > Apps first; nothing was installed." /SD IDOK
+    SetErrorLevel ${EXIT_MSI_INSTALLED}
+    Abort
+  ${EndIf}
   ${If} $INSTDIR == ""   ; no /D= on the command line
     Call FindPluginFolder
     StrCpy $INSTDIR "$R0\${CATEGORY}"

@@ -1,30 +1,33 @@
 # Writes the release bundle, a zip with one folder, byte for byte the same on
 # every build of one commit: the files are listed in a fixed order, carry
-# mode 0644 and the time EPOCH (seconds, UTC), and zip stores no extra fields
-# (no owner, no Unix times) and no folder entries.
+# mode 0644 and the build date (seconds, UTC, in EPOCH_FILE), and zip stores
+# no extra fields (no owner, no Unix times) and no folder entries.
 #
 # cmake -DSTAGE_DIR=<scratch folder> -DFOLDER=<folder name in the zip>
-#       -DZIP_FILE=<zip to write> -DEPOCH=<seconds> -DZIP=<zip program>
-#       -DMODULE=<file> -DINSTALLER=<file> -DGUIDE=<file> -DLICENSE=<file>
+#       -DZIP_FILE=<zip to write> -DEPOCH_FILE=<file> -DZIP=<zip program>
+#       "-DFILES=<module>;<installer>;..." -DGUIDE=<file> -DLICENSE=<file>
 #       -P make_bundle.cmake
-foreach(var STAGE_DIR FOLDER ZIP_FILE EPOCH ZIP MODULE INSTALLER GUIDE LICENSE)
+foreach(var STAGE_DIR FOLDER ZIP_FILE EPOCH_FILE ZIP FILES GUIDE LICENSE)
   if(NOT DEFINED ${var} OR "${${var}}" STREQUAL "")
     message(FATAL_ERROR "make_bundle.cmake: ${var} is not set")
   endif()
 endforeach()
+file(READ "${EPOCH_FILE}" EPOCH)
 if(NOT EPOCH MATCHES "^[0-9]+$")
-  message(FATAL_ERROR "make_bundle.cmake: EPOCH must be whole seconds, got '${EPOCH}'")
+  message(FATAL_ERROR "make_bundle.cmake: the build date in ${EPOCH_FILE} must be whole seconds, got '${EPOCH}'")
 endif()
 # Zip times start in 1980.
 if(EPOCH LESS 315532800)
   set(EPOCH 315532800)
 endif()
 
-get_filename_component(module_name "${MODULE}" NAME)
-get_filename_component(installer_name "${INSTALLER}" NAME)
 # Source -> name in the bundle, in the order the zip lists them.
-set(entries "${MODULE}|${module_name}" "${INSTALLER}|${installer_name}" "${GUIDE}|INSTALL.txt"
-            "${LICENSE}|LICENSE.txt")
+set(entries "")
+foreach(file IN LISTS FILES)
+  get_filename_component(name "${file}" NAME)
+  list(APPEND entries "${file}|${name}")
+endforeach()
+list(APPEND entries "${GUIDE}|INSTALL.txt" "${LICENSE}|LICENSE.txt")
 
 file(REMOVE_RECURSE "${STAGE_DIR}")
 file(MAKE_DIRECTORY "${STAGE_DIR}/${FOLDER}")

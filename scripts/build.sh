@@ -2,9 +2,11 @@
 # Main job: builds the Windows module dist/KSCinebar.aex (MinGW-w64 cross
 # build, preset win64; stripped and signed, its debug information in
 # dist/KSCinebar.aex.debug) and the release made from it: the signed
-# installer, the zip bundle and SHA256SUMS in dist/. The signing key is
-# CINEBAR_SIGN_PKCS12 (password in CINEBAR_SIGN_PASSWORD) when set, else a test
-# certificate made in the build tree. Then builds the command-line tool natively
+# installer and MSI package, the zip bundle and SHA256SUMS in dist/. The
+# signing key is a token's (CINEBAR_SIGN_PKCS11_MODULE, _KEY, CINEBAR_SIGN_CERT,
+# PIN in CINEBAR_SIGN_PIN) or a PKCS#12 file's (CINEBAR_SIGN_PKCS12, password in
+# CINEBAR_SIGN_PASSWORD) when set, else a test certificate made in the build
+# tree (packaging/CMakeLists.txt). Then builds the command-line tool natively
 # (preset native-release) and renders the preview images and the contact
 # sheet into dist/previews/ with `cinebar demo`. Installs missing build
 # packages first when run as root.

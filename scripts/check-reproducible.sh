@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # Checks that the release is reproducible: builds one commit twice, from two
-# clones at different absolute paths with fresh build trees, the same
-# SOURCE_DATE_EPOCH and the same signing key, and compares the shippable files
-# byte for byte (module, its symbols, installer, zip, SHA256SUMS).
+# clones at different absolute paths with fresh build trees and the same
+# signing key, and compares the shippable files byte for byte (module, its
+# symbols, installer, MSI package, zip, SHA256SUMS). The first is a build by
+# hand, with no SOURCE_DATE_EPOCH in the environment: the configure and build
+# steps of `cmake --workflow --preset win64`, for the release target. The
+# second is scripts/build.sh with SOURCE_DATE_EPOCH set to the commit's time.
+# Both must carry the commit's date.
 #
 #   scripts/check-reproducible.sh [commit]     (default: HEAD)
 #
-# Only committed work is built. SOURCE_DATE_EPOCH defaults to the commit's
-# time. Both builds sign with CINEBAR_SIGN_PKCS12 (and CINEBAR_SIGN_PASSWORD)
+# Only committed work is built. Both builds sign with CINEBAR_SIGN_PKCS12 (and CINEBAR_SIGN_PASSWORD)
 # when set; otherwise with one throwaway test certificate made here for both,
 # since a signature is only the same bytes under the same key and certificate.
 # KEEP=1 keeps the two trees for a closer look. Exit code 0 when every file is
@@ -15,7 +18,10 @@
 set -euo pipefail
 repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 commit="$(git -C "$repo" rev-parse --verify "${1:-HEAD}^{commit}")"
-export SOURCE_DATE_EPOCH="${SOURCE_DATE_EPOCH:-$(git -C "$repo" log -1 --format=%ct "$commit")}"
+epoch="$(git -C "$repo" log -1 --format=%ct "$commit")"
+unset SOURCE_DATE_EPOCH
+# Time stamps differ on every build.
+unset CINEBAR_SIGN_TIMESTAMP_URL
 
 # shellcheck source=scripts/deps.sh
 source "$repo/scripts/deps.sh"
@@ -41,16 +47,22 @@ trees=("$work/first/cinebar" "$work/second-build-tree/src/cinebar")
 
 start=$SECONDS
 for tree in "${trees[@]}"; do
-  echo "=== $commit in $tree (SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH) ==="
   git clone -q --no-hardlinks "$repo" "$tree"
   git -C "$tree" -c advice.detachedHead=false checkout -q "$commit"
-  (
-    cd "$tree"
-    cmake --preset win64 >"$tree.configure.log" 2>&1 || { cat "$tree.configure.log"; exit 1; }
-    cmake --build --preset win64 --target cinebar_release >"$tree.build.log" 2>&1 ||
-      { tail -n 40 "$tree.build.log"; exit 1; }
-  )
 done
+echo "=== $commit by hand in ${trees[0]} (no SOURCE_DATE_EPOCH) ==="
+(
+  cd "${trees[0]}"
+  cmake --preset win64 >"${trees[0]}.configure.log" 2>&1 || { cat "${trees[0]}.configure.log"; exit 1; }
+  cmake --build --preset win64 --target cinebar_release >"${trees[0]}.build.log" 2>&1 ||
+    { tail -n 40 "${trees[0]}.build.log"; exit 1; }
+)
+echo "=== $commit by scripts/build.sh in ${trees[1]} (SOURCE_DATE_EPOCH=$epoch) ==="
+(
+  cd "${trees[1]}"
+  SOURCE_DATE_EPOCH="$epoch" scripts/build.sh >"${trees[1]}.build.log" 2>&1 ||
+    { tail -n 40 "${trees[1]}.build.log"; exit 1; }
+)
 echo "Two builds in $((SECONDS - start)) s"
 
 # The shippable files: those that SHA256SUMS lists, and SHA256SUMS itself.
@@ -60,8 +72,8 @@ if [ -f "${trees[0]}/dist/SHA256SUMS" ]; then
 fi
 files+=(SHA256SUMS)
 status=0
-if [ "${#files[@]}" -ne 5 ]; then
-  echo "expected the module, its symbols, the installer and the zip in SHA256SUMS, found: ${files[*]}"
+if [ "${#files[@]}" -ne 6 ]; then
+  echo "expected the module, its symbols, the installer, the MSI and the zip in SHA256SUMS, found: ${files[*]}"
   status=1
 fi
 for f in "${files[@]}"; do
@@ -78,13 +90,26 @@ for f in "${files[@]}"; do
     status=1
   fi
 done
-# Identical files prove nothing about signing: the module and the installer
-# must carry signatures that verify.
+# Identical files prove nothing about signing or dates: the module carries
+# the commit's date, and it and the installers carry signatures that verify,
+# made at the commit's time.
+build_date="$(LC_ALL=C date -u -d "@$epoch" '+%b %e %Y')"
+if grep -qaF "$build_date" "${trees[0]}/dist/KSCinebar.aex"; then
+  echo "DATED    KSCinebar.aex  $build_date"
+else
+  echo "WRONG DATE KSCinebar.aex  (no \"$build_date\" in it)"
+  status=1
+fi
+signing_time="$(LC_ALL=C date -u -d "@$epoch" '+%b %e %H:%M:%S %Y GMT')"
 ca=()
 [ -z "${CINEBAR_SIGN_CAFILE:-}" ] || ca=(-CAfile "$CINEBAR_SIGN_CAFILE")
 for f in "${files[@]}"; do
-  case "$f" in *.aex | *.exe) ;; *) continue ;; esac
-  if osslsigncode verify "${ca[@]}" -in "${trees[0]}/dist/$f" >/dev/null 2>&1; then
+  case "$f" in *.aex | *.exe | *.msi) ;; *) continue ;; esac
+  report="$(osslsigncode verify "${ca[@]}" -in "${trees[0]}/dist/$f" 2>&1)"
+  if ! grep -q "Signing time: $signing_time" <<<"$report"; then
+    echo "WRONG DATE $f  (not signed at $signing_time)"
+    status=1
+  elif grep -q '^Signature verification: ok' <<<"$report"; then
     echo "SIGNED   $f"
   else
     echo "UNSIGNED $f  (osslsigncode verify fails)"

@@ -9,6 +9,8 @@ CINEBAR_PACKAGES=(
   libpng-dev libdeflate-dev pkg-config                  # tool's image input and output
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
   nsis zip unzip osslsigncode openssl                   # packaging and signing
+  wixl python3 python3-olefile                          # the MSI package
+  softhsm2 libengine-pkcs11-openssl                     # tests of signing through PKCS#11
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
 # The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against ffmpeg.
@@ -47,10 +49,3 @@ cinebar_ensure_packages() {
     return 1
   fi
 }
-
-# Build date and time baked into the module: the commit's, so that two builds
-# of one commit are byte-identical.
-if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
-  SOURCE_DATE_EPOCH="$(git -C "$(dirname "${BASH_SOURCE[0]}")" log -1 --format=%ct 2>/dev/null || date +%s)"
-  export SOURCE_DATE_EPOCH
-fi

@@ -18,104 +18,14 @@ for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPE
   fi
 done
 
-readonly UNINSTALL_KEY="HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\$CINEBAR_PRODUCT"
-readonly AE_KEY="HKLM\\SOFTWARE\\Adobe\\After Effects"
-readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-ins\\7.0\\MediaCore"
 readonly UNINSTALLER="Uninstall $CINEBAR_PRODUCT.exe"
 readonly EXIT_UNSUPPORTED=2   # the installer's exit code when it refuses to run
 readonly SKIP=77
 
-export WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree,mshtml="
-unset DISPLAY WAYLAND_DISPLAY
-WINE="$CINEBAR_WINE64"
-WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver64"
-[ -x "$WINESERVER" ] || WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver"
-
 # shellcheck source=tests/packaging/checks.sh
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
-
-# ---- the prefix ---------------------------------------------------------------
-
-work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-installer-test.XXXXXX")"
-cleanup() {
-  if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then
-    "$WINESERVER" -k >/dev/null 2>&1 || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-new_prefix() {  # new_prefix <name> [WINEARCH]
-  export WINEPREFIX="$work/$1"
-  if [ -n "${2:-}" ]; then export WINEARCH="$2"; else unset WINEARCH; fi
-  "$WINE" wineboot --init >/dev/null 2>&1
-  "$WINESERVER" -w
-  [ -f "$WINEPREFIX/system.reg" ] || { echo "cannot create the Wine prefix $WINEPREFIX" >&2; exit 2; }
-}
-
-# C:\a\b -> <prefix>/drive_c/a/b
-unix_path() {
-  local p="${1#[Cc]:}"
-  printf '%s/drive_c%s\n' "$WINEPREFIX" "${p//\\//}"
-}
-
-# ---- the registry ---------------------------------------------------------------
-
-reg() { "$WINE" reg "$@" /reg:64 >/dev/null 2>&1; }
-has_key() { reg query "$1"; }
-# The data of one value, or nothing.
-reg_value() {
-  "$WINE" reg query "$1" /v "$2" /reg:64 2>/dev/null | tr -d '\r' |
-    sed -n "s/^    $2    REG_[A-Z_]*    //p"
-}
-
-# set_after_effects "<version>=<folder>;..."  ("<version>=" records no folder)
-set_after_effects() {
-  reg delete "$AE_KEY" /f
-  [ "$1" = "-" ] && return 0
-  local entry version folder
-  IFS=';' read -ra entries <<<"$1"
-  for entry in "${entries[@]}"; do
-    version="${entry%%=*}"
-    folder="${entry#*=}"
-    if [ -n "$folder" ]; then
-      reg add "$AE_KEY\\$version" /v CommonPluginInstallPath /d "$folder" /f
-    else
-      reg add "$AE_KEY\\$version" /v InstallPath /d "C:\\Adobe\\$version" /f
-    fi
-  done
-}
-
-# ---- installer and uninstaller ----------------------------------------------------
-
-install_silently() {  # install_silently <installer> [options...]
-  local installer="$1"
-  shift
-  "$WINE" "$(winepath_w "$installer")" /S "$@"
-}
-winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
-
-# The uninstaller from the registry, run in place (_?=) so that it finishes
-# before Wine returns. _?= takes the rest of the command line unquoted, so
-# the folder goes in as separate words, which Wine joins with single blanks.
-uninstall_silently() {
-  local command folder
-  command="$(reg_value "$UNINSTALL_KEY" UninstallString)"
-  folder="$(reg_value "$UNINSTALL_KEY" InstallLocation)"
-  command="${command#\"}"
-  command="${command%\"}"
-  [ -n "$command" ] && [ -n "$folder" ] || { echo "  no uninstaller registered"; return 1; }
-  local -a words
-  read -ra words <<<"_?=$folder"
-  "$WINE" "$command" /S "${words[@]}"
-}
-
-signed() {  # signed <file>: a valid Authenticode signature
-  local ca=()
-  [ -z "${CINEBAR_SIGN_CAFILE:-}" ] || ca=(-CAfile "$CINEBAR_SIGN_CAFILE")
-  "$CINEBAR_OSSLSIGNCODE" verify "${ca[@]}" -in "$1" >/dev/null 2>&1
-}
+# shellcheck source=tests/packaging/wine.sh
+source "$(dirname "${BASH_SOURCE[0]}")/wine.sh"
 
 kilobytes() { echo $((($(stat -c %s "$1") + 1023) / 1024)); }
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Checks the release files in dist/ the way a studio's deployment and a crash
 # investigation meet them:
-#   - the module and the installer carry valid SHA-256 Authenticode signatures
-#     with the release time, and a changed byte breaks them;
+#   - the module, the installer and the MSI package carry valid SHA-256
+#     Authenticode signatures with the build date, and a changed byte breaks
+#     them;
 #   - the module ships without debug sections, and is otherwise section for
 #     section the linked one (code, property list, resources, imports);
 #   - its GNU debug link finds dist/KSCinebar.aex.debug, which turns an
@@ -13,7 +14,7 @@
 set -u -o pipefail
 
 for var in CINEBAR_OSSLSIGNCODE CINEBAR_OBJDUMP CINEBAR_OBJCOPY CINEBAR_ADDR2LINE CINEBAR_SHIPPED_MODULE \
-           CINEBAR_LINKED_MODULE CINEBAR_INSTALLER CINEBAR_RELEASE_EPOCH; do
+           CINEBAR_LINKED_MODULE CINEBAR_INSTALLER CINEBAR_MSI CINEBAR_RELEASE_EPOCH_FILE; do
   if [ -z "${!var:-}" ]; then
     echo "release_test.sh: $var is not set (run it through ctest)" >&2
     exit 2
@@ -37,13 +38,13 @@ verify() {  # verify <file>: osslsigncode's report, exit code of the verificatio
   "$CINEBAR_OSSLSIGNCODE" verify "${ca[@]}" -in "$1" 2>&1
 }
 # The time as OpenSSL prints it.
-signing_time="$(LC_ALL=C date -u -d "@$CINEBAR_RELEASE_EPOCH" '+%b %e %H:%M:%S %Y GMT')"
+signing_time="$(LC_ALL=C date -u -d "@$(cat "$CINEBAR_RELEASE_EPOCH_FILE")" '+%b %e %H:%M:%S %Y GMT')"
 
-for file in "$CINEBAR_SHIPPED_MODULE" "$CINEBAR_INSTALLER"; do
+for file in "$CINEBAR_SHIPPED_MODULE" "$CINEBAR_INSTALLER" "$CINEBAR_MSI"; do
   name="$(basename "$file")"
   report="$(verify "$file")"
   check "$name: signature verifies" contains "$report" "Signature verification: ok"
-  check "$name: digest is SHA-256" contains "$report" "Message digest algorithm  : SHA256"
+  check "$name: digest is SHA-256" grep -qE "^Message digest algorithm +: SHA256" <<<"$report"
   check "$name: signing time is the release time" contains "$report" "Signing time: $signing_time"
   # A byte changed in the middle of the signed bytes.
   cp "$file" "$work/$name"
@@ -87,10 +88,10 @@ check "$module_name: objdump follows the debug link to $module_name.debug" conta
 # ---- sums ------------------------------------------------------------------------------
 
 listed="$(sed -E 's/^[0-9a-f]{64}  //' "$dist/SHA256SUMS" | sort)"
-for file in "$CINEBAR_SHIPPED_MODULE" "$symbols" "$CINEBAR_INSTALLER"; do
+for file in "$CINEBAR_SHIPPED_MODULE" "$symbols" "$CINEBAR_INSTALLER" "$CINEBAR_MSI"; do
   check "SHA256SUMS lists $(basename "$file")" grep -qxF "$(basename "$file")" <<<"$listed"
 done
-check "SHA256SUMS lists four files" test "$(wc -l <<<"$listed")" -eq 4
+check "SHA256SUMS lists five files" test "$(wc -l <<<"$listed")" -eq 5
 sums_match() { (cd "$dist" && sha256sum --check --quiet SHA256SUMS); }
 check "SHA256SUMS matches the files" sums_match
 

@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# Signs the release through PKCS#11 with time stamps, the way a vendor signs
+# with a key in a hardware token: a SoftHSM2 token in a private folder holds a
+# test key, and a time-stamp authority on 127.0.0.1 (tsa.py) countersigns.
+# The module, the installer, the uninstaller it writes and the MSI package
+# are signed by the build's own scripts (sign.sh, package.sh) and must
+# verify against the test CA, with a verified time stamp.
+#
+# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
+set -u -o pipefail
+
+for var in CINEBAR_WINE64 CINEBAR_RELEASE_ENV CINEBAR_PACKAGING_DIR CINEBAR_UNSIGNED_MODULE CINEBAR_OSSLSIGNCODE \
+           CINEBAR_SOFTHSM2 CINEBAR_PYTHON3 CINEBAR_RELEASE_EPOCH_FILE CINEBAR_PRODUCT CINEBAR_MODULE_NAME; do
+  if [ -z "${!var:-}" ]; then
+    echo "signing_test.sh: $var is not set (run it through ctest)" >&2
+    exit 2
+  fi
+done
+here="$(dirname "${BASH_SOURCE[0]}")"
+# shellcheck source=tests/packaging/checks.sh
+source "$here/checks.sh"
+# shellcheck source=tests/packaging/wine.sh
+source "$here/wine.sh"
+tsa_pid=""
+trap '[ -z "$tsa_pid" ] || kill "$tsa_pid"; cleanup' EXIT
+quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; exit 2; }; }
+
+# ---- a token with the test key ----------------------------------------------------
+
+quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/signing"
+quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nodes -nocerts -out "$work/key.pem"
+quiet openssl pkcs8 -topk8 -nocrypt -in "$work/key.pem" -out "$work/key.p8"
+quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
+mkdir "$work/tokens"
+export SOFTHSM2_CONF="$work/softhsm2.conf"
+printf 'directories.tokendir = %s\nobjectstore.backend = file\nlog.level = ERROR\n' "$work/tokens" >"$SOFTHSM2_CONF"
+readonly PIN=4711-test
+quiet softhsm2-util --init-token --free --label cinebar-test --so-pin 87654321 --pin "$PIN"
+quiet softhsm2-util --import "$work/key.p8" --token cinebar-test --label release --id 01 --pin "$PIN"
+rm -f "$work/key.pem" "$work/key.p8"
+
+# ---- a time-stamp authority ----------------------------------------------------------
+
+tsa="$work/tsa"
+mkdir "$tsa"
+quiet openssl req -x509 -newkey rsa:3072 -nodes -keyout "$tsa/ca.key" -out "$tsa/ca.pem" -days 2 \
+  -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA CA - not trusted" \
+  -addext "basicConstraints=critical,CA:true" -addext "keyUsage=critical,keyCertSign"
+quiet openssl req -new -newkey rsa:3072 -nodes -keyout "$tsa/tsa.key" -out "$tsa/tsa.csr" \
+  -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA - not trusted"
+printf 'basicConstraints=critical,CA:false\nkeyUsage=critical,digitalSignature\nextendedKeyUsage=critical,timeStamping\n' \
+  >"$tsa/ext"
+quiet openssl x509 -req -in "$tsa/tsa.csr" -CA "$tsa/ca.pem" -CAkey "$tsa/ca.key" -CAcreateserial -days 2 \
+  -extfile "$tsa/ext" -out "$tsa/tsa.pem"
+cat >"$tsa/ts.cnf" <<CNF
+[tsa]
+default_tsa = test_tsa
+[test_tsa]
+serial = $tsa/serial
+crypto_device = builtin
+signer_cert = $tsa/tsa.pem
+certs = $tsa/ca.pem
+signer_key = $tsa/tsa.key
+signer_digest = sha256
+default_policy = 1.3.6.1.4.1.57264.1
+digests = sha256, sha384, sha512
+accuracy = secs:1
+ordering = no
+tsa_name = no
+ess_cert_id_chain = no
+ess_cert_id_alg = sha256
+CNF
+echo 01 >"$tsa/serial"
+"$CINEBAR_PYTHON3" "$here/tsa.py" "$tsa/ts.cnf" "$tsa/port" &
+tsa_pid=$!
+for _ in $(seq 100); do [ -f "$tsa/port" ] && break; sleep 0.1; done
+[ -f "$tsa/port" ] || { echo "the time-stamp authority did not start" >&2; exit 2; }
+
+# ---- signing through the token -----------------------------------------------------
+
+unset CINEBAR_SIGN_PKCS12 CINEBAR_SIGN_PASSWORD
+export CINEBAR_SIGN_PKCS11_MODULE="$CINEBAR_SOFTHSM2"
+export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=private"
+export CINEBAR_SIGN_CERT="$work/chain.pem"
+export CINEBAR_SIGN_PIN="$PIN"
+# A server that does not answer first: the next one is asked.
+CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ http://127.0.0.1:$(cat "$tsa/port")/"
+export CINEBAR_SIGN_TIMESTAMP_URL
+out="$work/out"
+mkdir "$out"
+sign() { "$CINEBAR_PACKAGING_DIR/sign.sh" "$CINEBAR_OSSLSIGNCODE" "$CINEBAR_RELEASE_EPOCH_FILE" "$CINEBAR_PRODUCT" \
+  "https://example.invalid/" "$@"; }
+package() { "$CINEBAR_PACKAGING_DIR/package.sh" "$CINEBAR_RELEASE_ENV" "$@"; }
+check "the module is signed" sign "$CINEBAR_UNSIGNED_MODULE" "$out/$CINEBAR_MODULE_NAME"
+check "the installer is built and signed" package installer "$out/setup.exe"
+check "the MSI package is built and signed" package msi "$out/package.msi"
+check "a wrong PIN fails" not env CINEBAR_SIGN_PIN=0000 sign "$CINEBAR_UNSIGNED_MODULE" "$out/wrong-pin.aex" 2>/dev/null
+check "... and writes nothing" test ! -e "$out/wrong-pin.aex"
+
+# The uninstaller is signed inside makensis: install, then look at it.
+new_prefix signing
+"$WINE" "$(winepath_w "$out/setup.exe")" /S '/D=C:\Signed'
+cp "$(unix_path "C:\\Signed\\Uninstall $CINEBAR_PRODUCT.exe")" "$out/uninstaller.exe"
+
+signer="$(openssl x509 -in "$work/chain.pem" -noout -subject -nameopt compat | sed 's/^subject=//')"
+for file in "$out/$CINEBAR_MODULE_NAME" "$out/setup.exe" "$out/uninstaller.exe" "$out/package.msi"; do
+  name="$(basename "$file")"
+  report="$("$CINEBAR_OSSLSIGNCODE" verify -CAfile "$work/signing/test-ca.pem" -TSA-CAfile "$tsa/ca.pem" \
+    -in "$file" 2>&1)"
+  echo "---- osslsigncode verify $name"
+  echo "$report"
+  check "$name: signature verifies" grep -q '^Signature verification: ok' <<<"$report"
+  check "$name: signed by the key in the token" grep -qF "Subject: $signer" <<<"$report"
+  check "$name: time-stamped" grep -qE '^(\s*Timestamp time|The signature is timestamped):' <<<"$report"
+  check "$name: the time stamp's chain verifies" grep -q '^Timestamp Server Signature verification: ok' <<<"$report"
+done
+
+checks_summary

@@ -1,0 +1,45 @@
+#!/usr/bin/python3
+"""A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1.
+
+    tsa.py <openssl ts config> <port file>
+
+Answers every POSTed time-stamp query with `openssl ts -reply` under the
+config's [tsa] section, writes the port it listens on to <port file> and
+serves until it is killed.
+"""
+import http.server
+import os
+import subprocess
+import sys
+import tempfile
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    def do_POST(self):
+        query = self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        with tempfile.TemporaryDirectory() as work:
+            path = os.path.join(work, "query")
+            with open(path, "wb") as f:
+                f.write(query)
+            reply = subprocess.run(
+                ["openssl", "ts", "-reply", "-config", sys.argv[1], "-queryfile", path],
+                capture_output=True,
+            )
+        if reply.returncode != 0:
+            self.send_error(500, reply.stderr.decode(errors="replace"))
+            return
+        self.send_response(200)
+        self.send_header("Content-Type", "application/timestamp-reply")
+        self.send_header("Content-Length", str(len(reply.stdout)))
+        self.end_headers()
+        self.wfile.write(reply.stdout)
+
+    def log_message(self, *args):
+        pass
+
+
+server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+with open(sys.argv[2] + ".part", "w") as f:
+    f.write(str(server.server_port))
+os.rename(sys.argv[2] + ".part", sys.argv[2])
+server.serve_forever()
