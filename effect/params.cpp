@@ -95,7 +95,7 @@ void SetupEffectParams(PF_InData* in_data, PF_OutData* out_data, bool header_add
 void HandleUserChangedParam(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[], PF_LayerDef*,
                             const PF_UserChangedParamExtra* extra) {
   HostSuiteCache suites(in_data->pica_basicP);
-  suites.ParamUtilsSuite3();  // asked for at once, whatever changed; only "Aspect Ratio" needs it
+  suites.Get<PF_ParamUtilsSuite3>();  // asked for at once, whatever changed; only "Aspect Ratio" needs it
   SequenceRecord* record = SequenceRecordOf(in_data->sequence_data);
   if (extra == nullptr) return;
 
@@ -107,7 +107,7 @@ void HandleUserChangedParam(PF_InData* in_data, PF_OutData*, PF_ParamDef* params
     if (record != nullptr) record->preset = PresetOfRatio(ratio);
   } else if (extra->param_index == PARAM_ASPECT_RATIO) {
     // Checked before "Preset" is touched: a missing suite leaves it as it was.
-    PF_ParamUtilsSuite3& param_utils = suites.RequireParamUtilsSuite3();
+    PF_ParamUtilsSuite3& param_utils = suites.Require<PF_ParamUtilsSuite3>();
     const A_long item = PresetOfRatio(ReadFloatParam(params, PARAM_ASPECT_RATIO));
     // The popup moves through a UI update only; its change flag stays clear.
     params[PARAM_PRESET]->u.pd.value = item;
@@ -123,7 +123,7 @@ PF_Err UpdateParamsUI(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[]) {
   if (record == nullptr) return PF_Err_NONE;
 
   params[PARAM_PRESET]->u.pd.value = record->preset;
-  PF_ParamUtilsSuite3* param_utils = suites.ParamUtilsSuite3();
+  PF_ParamUtilsSuite3* param_utils = suites.Get<PF_ParamUtilsSuite3>();
   // The popup is only brought in line with the record; a refusal changes nothing.
   if (param_utils != nullptr)
     param_utils->PF_UpdateParamUI(in_data->effect_ref, PARAM_PRESET, params[PARAM_PRESET]);

@@ -74,10 +74,10 @@ TEST(SuiteCache, AcquiresOnFirstUseOnceAndReleasesInTheHostsOrder) {
   EXPECT_TRUE(host.log().Named("AcquireSuite").empty() && host.log().Named("ReleaseSuite").empty());
   g_body = [](HostSuiteCache& cache) {
     for (int round = 0; round < 2; ++round) {  // in another order than release visits them
-      EXPECT_NE(nullptr, cache.WorldTransformSuite1());
-      EXPECT_EQ(cache.FillMatteSuite2(), &cache.RequireFillMatteSuite2());
-      EXPECT_EQ(cache.ParamUtilsSuite3(), &cache.RequireParamUtilsSuite3());
-      EXPECT_EQ(&cache.RequireHandleSuite2(), cache.HandleSuite2());
+      EXPECT_NE(nullptr, cache.Get<PF_WorldTransformSuite1>());
+      EXPECT_EQ(cache.Get<PF_FillMatteSuite2>(), &cache.Require<PF_FillMatteSuite2>());
+      EXPECT_EQ(cache.Get<PF_ParamUtilsSuite3>(), &cache.Require<PF_ParamUtilsSuite3>());
+      EXPECT_EQ(&cache.Require<PF_HandleSuite1>(), cache.Get<PF_HandleSuite1>());
     }
     DAE::ThrowIfHostError(4);
   };
@@ -88,7 +88,7 @@ TEST(SuiteCache, AcquiresOnFirstUseOnceAndReleasesInTheHostsOrder) {
                                              "PF Fill Matte Suite 2", "PF World Transform Suite 1"};
   EXPECT_EQ(acquired, calls("AcquireSuite"));
   EXPECT_EQ(released, calls("ReleaseSuite"));
-  EXPECT_EQ(nullptr, HostSuiteCache(nullptr).FillMatteSuite2()) << "without a broker, no suite";
+  EXPECT_EQ(nullptr, HostSuiteCache(nullptr).Get<PF_FillMatteSuite2>()) << "without a broker, no suite";
 }
 
 TEST(SuiteCacheTable, KnowsThePairsInReleaseOrderAndThreeMoreNeverReleased) {
