@@ -29,20 +29,4 @@ HostSuiteCache::~HostSuiteCache() {
 
 void HostSuiteCache::MissingSuite(HostSuiteCache&) {}
 
-void* HostSuiteCache::Fetch(int slot) {
-  const uint64_t bit = uint64_t{1} << (slot % 64);
-  if ((filled_[slot / 64] & bit) != 0) return slots_[slot];
-  const void* suite = nullptr;
-  // Without a broker there is nothing to ask; report it like a refused fetch.
-  const SPErr error =
-      broker_ != nullptr ? broker_->AcquireSuite(kPairs[slot].name, kPairs[slot].version, &suite) : 1;
-  if (error != 0 || suite == nullptr) MissingSuite(*this);
-  // Whatever the broker handed out is kept, even with an error; a null leaves
-  // the slot empty, so a later use asks again.
-  if (suite == nullptr) return nullptr;
-  slots_[slot] = const_cast<void*>(suite);
-  filled_[slot / 64] |= bit;
-  return slots_[slot];
-}
-
 void HostSuiteCache::ThrowMissing(int slot) { throw DAE::DAESuiteXCP(kPairs[slot].name); }

@@ -25,14 +25,14 @@ class HostSuiteCache {
   // without it.
   template <typename Table>
   Table* Get() {
-    return static_cast<Table*>(Fetch(Slot<Table>()));
+    return static_cast<Table*>(Fetch<Slot<Table>()>());
   }
 
   // For handlers that cannot go on without the suite: a missing one is thrown
   // as DAE::DAESuiteXCP carrying the cache's own spelling of its name.
   template <typename Table>
   Table& Require() {
-    void* suite = Fetch(Slot<Table>());
+    void* suite = Fetch<Slot<Table>()>();
     if (suite == nullptr) ThrowMissing(Slot<Table>());
     return *static_cast<Table*>(suite);
   }
@@ -50,7 +50,25 @@ class HostSuiteCache {
     static_assert(slot >= 0 && slot < kReleasedSuiteCount, "the suite's pair is one the cache releases");
     return slot;
   }
-  void* Fetch(int slot);
+  // The suite of a slot, asked for once; in the header so that each use
+  // compiles to its own slot's bit and pair.
+  template <int kSlot>
+  void* Fetch() {
+    constexpr uint64_t kBit = uint64_t{1} << (kSlot % 64);
+    if ((filled_[kSlot / 64] & kBit) != 0) return slots_[kSlot];
+    const void* suite = nullptr;
+    // Without a broker there is nothing to ask; report it like a refused fetch.
+    const SPErr error = broker_ != nullptr ? broker_->AcquireSuite(kSuitePairs[kSlot].name,
+                                                                   kSuitePairs[kSlot].version, &suite)
+                                           : 1;
+    if (error != 0 || suite == nullptr) MissingSuite(*this);
+    // Whatever the broker handed out is kept, even with an error; a null leaves
+    // the slot empty, so a later use asks again.
+    if (suite == nullptr) return nullptr;
+    slots_[kSlot] = const_cast<void*>(suite);
+    filled_[kSlot / 64] |= kBit;
+    return slots_[kSlot];
+  }
   [[noreturn]] static void ThrowMissing(int slot);
 
   SPBasicSuite* broker_;
