@@ -80,12 +80,13 @@ enum class ControlType { kPopup, kFloatSlider, kColor };
 // One control after the header row, whole: where the host keeps it, the ID
 // projects store it under (never changes), the name the user sees, its kind
 // and the values and flags its definition carries. Only the fields of its
-// kind are read.
+// kind are read; the first four have no default, so a row without them does
+// not compile.
 struct ControlSpec {
-  A_long index = 0;
-  A_long disk_id = 0;
-  const char* name = nullptr;
-  ControlType type = ControlType::kPopup;
+  A_long index;
+  A_long disk_id;
+  const char* name;
+  ControlType type;
   const char* items = nullptr;  // popup: the item string
   A_short default_item = 0;     // popup: 1-based
   float valid_min = 0.0f;       // slider

@@ -44,9 +44,7 @@ inline float NarrowToFloat(double value) {
   if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
   if (value >= kOverflowThreshold) return std::numeric_limits<float>::infinity();
   if (value <= -kOverflowThreshold) return -std::numeric_limits<float>::infinity();
-  if (value > static_cast<double>(FLT_MAX)) return FLT_MAX;
-  if (value < -static_cast<double>(FLT_MAX)) return -FLT_MAX;
-  return static_cast<float>(value);
+  return value > 0.0 ? FLT_MAX : -FLT_MAX;
 }
 
 }  // namespace DAE
