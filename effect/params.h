@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <iterator>
+#include <span>
 
 #include "hostapi/ae_constants.h"
 #include "hostapi/ae_effect.h"
@@ -133,20 +134,18 @@ inline constexpr ControlSpec kControls[] = {
      .default_color = {.alpha = 255, .red = 0, .green = 0, .blue = 0}},
 };
 
-namespace control_table {
 // The rows are added in order, so each must sit at the index the effect reads
 // it from, ending with the last parameter; disk IDs never repeat.
-constexpr bool InHostOrder() {
-  for (std::size_t at = 0; at < std::size(kControls); ++at) {
-    if (kControls[at].index != PARAM_RENDER + static_cast<A_long>(at)) return false;
+constexpr bool InHostOrder(std::span<const ControlSpec> rows) {
+  for (std::size_t at = 0; at < rows.size(); ++at) {
+    if (rows[at].index != PARAM_RENDER + static_cast<A_long>(at)) return false;
     for (std::size_t other = 0; other < at; ++other) {
-      if (kControls[other].disk_id == kControls[at].disk_id) return false;
+      if (rows[other].disk_id == rows[at].disk_id) return false;
     }
   }
-  return kControls[std::size(kControls) - 1].index + 1 == PARAM_NUM_PARAMS;
+  return rows.size() == static_cast<std::size_t>(PARAM_NUM_PARAMS - PARAM_RENDER);
 }
-}  // namespace control_table
-static_assert(control_table::InHostOrder(), "controls follow the header in index order, disk IDs unique");
+static_assert(InHostOrder(kControls), "controls follow the header in index order, disk IDs unique");
 
 // The ratio of a preset item; 0 for the separator, "Custom" and any other number.
 float RatioOfPreset(A_long item);

@@ -47,7 +47,7 @@ class HostSuiteCache {
   template <typename Table>
   static constexpr int Slot() {
     constexpr int slot = kSuiteSlot<Table>;
-    static_assert(slot >= 0 && slot < kReleasedSuiteCount, "the suite's pair is one the cache releases");
+    static_assert(slot < kReleasedSuiteCount, "the suite's pair is one the cache releases");
     return slot;
   }
   // The suite of a slot, asked for once; in the header so that each use

@@ -155,12 +155,13 @@ constexpr bool SameName(const char* a, const char* b) {
   return *a == *b;
 }
 
-// The slot of a pair; -1 when the table lacks it.
+// The slot of a pair; kSuiteSlotCount when the table lacks it.
 constexpr int SlotOf(SuitePair pair) {
-  for (int slot = 0; slot < kSuiteSlotCount; ++slot) {
-    if (kSuitePairs[slot].version == pair.version && SameName(kSuitePairs[slot].name, pair.name)) return slot;
-  }
-  return -1;
+  int slot = 0;
+  while (slot < kSuiteSlotCount &&
+         !(kSuitePairs[slot].version == pair.version && SameName(kSuitePairs[slot].name, pair.name)))
+    ++slot;
+  return slot;
 }
 
 }  // namespace suite_table

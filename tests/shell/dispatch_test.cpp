@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "effect/params.h"
 #include "framework/dae_exceptions.h"
 #include "framework/host_suite_cache.h"
 #include "plugin/call_context.h"
@@ -117,6 +118,22 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
     EXPECT_EQ(1, host.log().Count("ReleaseSuite"));
     EXPECT_EQ(nullptr, g_current_out_data) << "reset when the call ends";
   }
+}
+
+// The build's table checks, on tables with a row out of place, repeated,
+// without its handler or missing.
+TEST(TableChecks, RefuseTablesWithARowWrong) {
+  auto routes = kRecording;
+  auto controls = std::to_array(kControls);
+  ASSERT_TRUE(EachCommandOnce(routes) && InHostOrder(controls));
+  routes[9] = routes[8];
+  controls[0].index = PARAM_COLOR;
+  EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
+  routes = kRecording, routes[PF_Cmd_RENDER].handler = nullptr;
+  controls = std::to_array(kControls), controls[3].disk_id = controls[0].disk_id;
+  EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
+  EXPECT_FALSE(EachCommandOnce(std::span(kRecording).first(18)) ||
+               InHostOrder(std::span(kControls).first(3)));
 }
 
 }  // namespace
