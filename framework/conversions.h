@@ -42,9 +42,9 @@ inline float NarrowToFloat(double value) {
   constexpr double kOverflowThreshold = static_cast<double>(FLT_MAX) + 0x1p103;
   if (std::fabs(value) <= static_cast<double>(FLT_MAX)) return static_cast<float>(value);  // the usual case
   if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
-  if (value >= kOverflowThreshold) return std::numeric_limits<float>::infinity();
-  if (value <= -kOverflowThreshold) return -std::numeric_limits<float>::infinity();
-  return value > 0.0 ? FLT_MAX : -FLT_MAX;
+  const float magnitude =
+      std::fabs(value) >= kOverflowThreshold ? std::numeric_limits<float>::infinity() : FLT_MAX;
+  return value > 0.0 ? magnitude : -magnitude;
 }
 
 }  // namespace DAE
