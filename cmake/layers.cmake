@@ -4,19 +4,19 @@
 # (or single headers) under their repository paths, so that
 # `#include "framework/x.h"` resolves only for targets that link the target
 # owning framework/. An upward include then fails to compile.
-get_filename_component(CINEBAR_SOURCE_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 
 # cinebar_expose(target PUBLIC|PRIVATE|INTERFACE path...)
 # `path` is a folder or a header, relative to the repository root.
 function(cinebar_expose target scope)
+  get_filename_component(source_root "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/.." ABSOLUTE)
   set(root "${CMAKE_BINARY_DIR}/include/${target}")
   foreach(path IN LISTS ARGN)
-    if(NOT EXISTS "${CINEBAR_SOURCE_ROOT}/${path}")
+    if(NOT EXISTS "${source_root}/${path}")
       message(FATAL_ERROR "cinebar_expose(${target}): no ${path}")
     endif()
     get_filename_component(parent "${root}/${path}" DIRECTORY)
     file(MAKE_DIRECTORY "${parent}")
-    file(CREATE_LINK "${CINEBAR_SOURCE_ROOT}/${path}" "${root}/${path}" SYMBOLIC)
+    file(CREATE_LINK "${source_root}/${path}" "${root}/${path}" SYMBOLIC)
   endforeach()
   target_include_directories(${target} ${scope} "${root}")
 endfunction()
