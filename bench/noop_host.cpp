@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "branding/branding.h"
 #include "effect/params.h"
 #include "host/host_functions.h"
 

@@ -15,11 +15,7 @@ namespace {
 constexpr char kLibraryPathFormat[] = "%s\\%s";
 constexpr char kLibrarySuffix[] = "\\Tarnwick\\Common\\Libraries\\TWBranding.dll";
 
-constexpr char kHeaderFamily[] = "Lenscraft Suite";
-constexpr char kHeaderFirstName[] = "Cadre";
 constexpr char kAboutFirstName[] = "Gamut Guard";  // the sibling product, as the library expects it here
-constexpr char kAboutProductName[] = "Cadre";
-constexpr char kAboutDisplayName[] = "Tarnwick Cadre";
 constexpr char kBuildNumber[] = "0";
 constexpr uint32_t kKindAfterEffects = 0x41454658;  // 'AEFX'
 constexpr float kHeaderHeightReduction = 40.0f;
@@ -86,8 +82,8 @@ void BindLibrary(BrandingBinding& binding) {
   binding.set_action_button_title = cinebar_platform::FindExport(library, "Sigil_SetActionButtonTitle");
 
   BrandingIdentity identity{};
-  identity.first_name = kHeaderFirstName;
-  identity.family_name = kHeaderFamily;
+  identity.first_name = cinebar_identity::kProductName;
+  identity.family_name = cinebar_identity::kFamilyName;
   identity.product_name = "";
   FillVersion(identity);
   identity.kind_code = kKindAfterEffects;
@@ -156,13 +152,15 @@ PF_Err HandleHeaderEvent(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* 
     *handled = false;
     return PF_Err_NONE;
   }
+  // The host is asked to lock and unlock the global data whatever it holds,
+  // a null handle included; no record back means no library to call.
   PF_Err error = PF_Err_NONE;
-  BrandingBinding* binding = LockBinding(in_data, in_data->global_data);
+  auto* binding = static_cast<BrandingBinding*>(in_data->utils->host_lock_handle(in_data->global_data));
   if (binding != nullptr && binding->library != nullptr) {
     error = Call<Sigil_HandleEventFn>(binding->handle_event, binding->reference, in_data, out_data, params,
                                       output, extra);
   }
-  UnlockBinding(in_data, in_data->global_data);
+  in_data->utils->host_unlock_handle(in_data->global_data);
   *handled = true;
   return error;
 }
@@ -180,10 +178,10 @@ bool ShowBrandedAbout(PF_InData* in_data, PF_OutData*) {
 
   BrandingIdentity identity{};
   identity.first_name = kAboutFirstName;
-  identity.family_name = kHeaderFamily;
-  identity.product_name = kAboutProductName;
+  identity.family_name = cinebar_identity::kFamilyName;
+  identity.product_name = cinebar_identity::kProductName;
   FillVersion(identity);
-  identity.display_name = kAboutDisplayName;
+  identity.display_name = cinebar_identity::kDisplayName;
   identity.product_page = cinebar_identity::kProductPage;
 
   BrandingBuildInfo build{};

@@ -7,9 +7,9 @@
 #include <cstdint>
 
 #include "hostapi/ae_effect.h"
+#include "paramindex/param_index.h"
 
-// The parameter index of the header row, right after the input layer.
-constexpr A_long PARAM_HEADER = 1;
+// The disk ID projects store the header row under.
 constexpr A_long HEADER_DISK_ID = 5;
 
 // Records handed to the library. Their layouts are fixed by the library.

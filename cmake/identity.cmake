@@ -2,7 +2,11 @@
 # are written down. The property list resource, the version resource and the
 # code of global setup are all generated from these values.
 set(CINEBAR_EFFECT_NAME "Cinebar")
-set(CINEBAR_CATEGORY "TW Lenscraft Suite")
+set(CINEBAR_PUBLISHER "Tarnwick")
+set(CINEBAR_PRODUCT_NAME "Cadre")             # the product's name in the maker's range
+set(CINEBAR_FAMILY_NAME "Lenscraft Suite")    # the range it belongs to
+set(CINEBAR_DISPLAY_NAME "${CINEBAR_PUBLISHER} ${CINEBAR_PRODUCT_NAME}")
+set(CINEBAR_CATEGORY "TW ${CINEBAR_FAMILY_NAME}")
 set(CINEBAR_MATCH_NAME "ADBE KS Cinebar")
 set(CINEBAR_ENTRY_POINT "EntryPointFunc")
 set(CINEBAR_MODULE_STEM "KSCinebar")
@@ -22,7 +26,6 @@ set(CINEBAR_OUT_FLAG_LIST
 set(CINEBAR_OUT_FLAG2_LIST)  # none
 set(CINEBAR_API_VERSION_MAJOR 13)  # effect API version the module is written against
 set(CINEBAR_API_VERSION_MINOR 0)
-set(CINEBAR_PUBLISHER "Tarnwick")
 set(CINEBAR_PRODUCT_PAGE "https://www.tarnwick.example/lenscraft/cadre")
 
 # ---- Derived values: computed here once, used by every consumer.

@@ -1,10 +1,9 @@
 #include "effect/params.h"
 
-#include <cfloat>
-#include <cmath>
-#include <limits>
+#include <iterator>
 
 #include "effect/sequence.h"
+#include "framework/conversions.h"
 #include "framework/dae_exceptions.h"
 #include "framework/host_suite_cache.h"
 #include "framework/param_descriptors.h"
@@ -28,21 +27,8 @@ A_long PresetOfRatio(float ratio) {
   return PRESET_CUSTOM;
 }
 
-float NarrowToFloat(double value) {
-  // Beyond FLT_MAX plus half a unit in the last place the hardware rounds to
-  // infinity; below that it rounds to FLT_MAX.
-  constexpr double kOverflowThreshold = static_cast<double>(FLT_MAX) + 0x1p103;
-  if (std::fabs(value) <= static_cast<double>(FLT_MAX)) return static_cast<float>(value);  // the usual case
-  if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
-  if (value >= kOverflowThreshold) return std::numeric_limits<float>::infinity();
-  if (value <= -kOverflowThreshold) return -std::numeric_limits<float>::infinity();
-  if (value > static_cast<double>(FLT_MAX)) return FLT_MAX;
-  if (value < -static_cast<double>(FLT_MAX)) return -FLT_MAX;
-  return static_cast<float>(value);
-}
-
 float ReadFloatParam(PF_ParamDef* params[], A_long index) {
-  return NarrowToFloat(params[index]->u.fs_d.value);
+  return DAE::NarrowToFloat(params[index]->u.fs_d.value);
 }
 
 A_long ReadPopupParam(PF_ParamDef* params[], A_long index) { return params[index]->u.pd.value; }
@@ -54,47 +40,62 @@ PF_Pixel16 Pixel8To16(PF_Pixel pixel) {
                     static_cast<A_u_short>(pixel.green << 7), static_cast<A_u_short>(pixel.blue << 7)};
 }
 
-void SetupEffectParams(PF_InData* in_data, PF_OutData* out_data, bool header_added) {
-  // Every descriptor lives until setup ends: the host may read a popup's item
-  // text, which the descriptor owns, at any point before the command returns.
-  DAE::Param_Popup_Menu render(in_data, kRenderControl.name, kRenderControl.disk_id);
-  render.SetItems(kRenderItemString.data());
-  render.SetDefault(static_cast<A_short>(RENDER_ON_IMAGE));
-  render.add();
+namespace {
 
-  DAE::Param_Popup_Menu preset(in_data, kPresetControl.name, kPresetControl.disk_id);
-  preset.SetItems(kPresetItemString.data());
-  preset.SetDefault(static_cast<A_short>(PRESET_FIRST));
-  preset.SetSupervised();
-  preset.SetCannotTimeVary();
-  preset.SetStandardControlOnly();
-  preset.add();
-
-  DAE::Param_Float_Slider ratio(in_data, kAspectRatioControl.name, kAspectRatioControl.disk_id);
-  ratio.SetValidRange(0.0f, 12.0f);
-  ratio.SetSliderRange(0.0f, 3.0f);
-  ratio.SetDefault(RatioOfPreset(PRESET_FIRST));
-  ratio.SetPrecision(3);
-  ratio.SetSupervised();
-  ratio.add();
-
-  DAE::Param_Color color(in_data, kColorControl.name, kColorControl.disk_id);
-  color.SetDefault(0, 0, 0, 255);
-  color.add();
-
-  out_data->num_params = PARAM_NUM_PARAMS;
-
-  if (header_added) {
-    PF_CustomUIInfo info{};
-    info.events = PF_CustomEFlag_EFFECT;
-    in_data->inter.register_ui(in_data->effect_ref, &info);
+// Adds the row at `at` and, while its descriptor lives, every row after it,
+// then calls `finish`: the host may read a popup's item text, which the
+// descriptor owns, at any point before setup returns. Each kind's setters are
+// called in the order the descriptors require (items before the default).
+template <typename Finish>
+void AddControls(PF_InData* in_data, std::size_t at, Finish finish) {
+  if (at == std::size(kControls)) return finish();
+  const ControlSpec& control = kControls[at];
+  switch (control.type) {
+    case ControlType::kPopup: {
+      DAE::Param_Popup_Menu popup(in_data, control.name, control.disk_id);
+      popup.SetItems(control.items);
+      popup.SetDefault(control.default_item);
+      popup.AddFlags(control.flags, control.ui_flags);
+      popup.add();
+      return AddControls(in_data, at + 1, finish);
+    }
+    case ControlType::kFloatSlider: {
+      DAE::Param_Float_Slider slider(in_data, control.name, control.disk_id);
+      slider.SetValidRange(control.valid_min, control.valid_max);
+      slider.SetSliderRange(control.slider_min, control.slider_max);
+      slider.SetDefault(control.default_value);
+      slider.SetPrecision(control.precision);
+      slider.AddFlags(control.flags, control.ui_flags);
+      slider.add();
+      return AddControls(in_data, at + 1, finish);
+    }
+    case ControlType::kColor: {
+      DAE::Param_Color color(in_data, control.name, control.disk_id);
+      color.SetDefault(control.default_color);
+      color.AddFlags(control.flags, control.ui_flags);
+      color.add();
+      return AddControls(in_data, at + 1, finish);
+    }
   }
+}
+
+}  // namespace
+
+void SetupEffectParams(PF_InData* in_data, PF_OutData* out_data, bool header_added) {
+  AddControls(in_data, 0, [&] {
+    out_data->num_params = PARAM_NUM_PARAMS;
+    if (header_added) {
+      PF_CustomUIInfo info{};
+      info.events = PF_CustomEFlag_EFFECT;
+      in_data->inter.register_ui(in_data->effect_ref, &info);
+    }
+  });
 }
 
 void HandleUserChangedParam(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[], PF_LayerDef*,
                             const PF_UserChangedParamExtra* extra) {
   HostSuiteCache suites(in_data->pica_basicP);
-  suites.ParamUtilsSuite3();  // asked for at once, whatever changed; only "Aspect Ratio" needs it
+  suites.Get<PF_ParamUtilsSuite3>();  // asked for at once, whatever changed; only "Aspect Ratio" needs it
   SequenceRecord* record = SequenceRecordOf(in_data->sequence_data);
   if (extra == nullptr) return;
 
@@ -106,7 +107,7 @@ void HandleUserChangedParam(PF_InData* in_data, PF_OutData*, PF_ParamDef* params
     if (record != nullptr) record->preset = PresetOfRatio(ratio);
   } else if (extra->param_index == PARAM_ASPECT_RATIO) {
     // Checked before "Preset" is touched: a missing suite leaves it as it was.
-    PF_ParamUtilsSuite3& param_utils = suites.RequireParamUtilsSuite3();
+    PF_ParamUtilsSuite3& param_utils = suites.Require<PF_ParamUtilsSuite3>();
     const A_long item = PresetOfRatio(ReadFloatParam(params, PARAM_ASPECT_RATIO));
     // The popup moves through a UI update only; its change flag stays clear.
     params[PARAM_PRESET]->u.pd.value = item;
@@ -122,7 +123,7 @@ PF_Err UpdateParamsUI(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[]) {
   if (record == nullptr) return PF_Err_NONE;
 
   params[PARAM_PRESET]->u.pd.value = record->preset;
-  PF_ParamUtilsSuite3* param_utils = suites.ParamUtilsSuite3();
+  PF_ParamUtilsSuite3* param_utils = suites.Get<PF_ParamUtilsSuite3>();
   // The popup is only brought in line with the record; a refusal changes nothing.
   if (param_utils != nullptr)
     param_utils->PF_UpdateParamUI(in_data->effect_ref, PARAM_PRESET, params[PARAM_PRESET]);

@@ -1,4 +1,4 @@
-// The effect's controls: one table of indices, disk IDs, names and popup
+// The effect's controls: one table holding each whole control and its popup
 // items; the value readers; and the handlers that keep "Preset" and
 // "Aspect Ratio" in step.
 #pragma once
@@ -6,28 +6,11 @@
 #include <array>
 #include <cstddef>
 #include <iterator>
+#include <span>
 
+#include "hostapi/ae_constants.h"
 #include "hostapi/ae_effect.h"
-
-// One control after the header row: where the host keeps it, the ID projects
-// store it under (never changes) and the name the user sees.
-struct ControlSpec {
-  A_long index;
-  A_long disk_id;
-  const char* name;
-};
-
-inline constexpr ControlSpec kRenderControl{2, 1, "Render"};
-inline constexpr ControlSpec kPresetControl{3, 2, "Preset"};
-inline constexpr ControlSpec kAspectRatioControl{4, 3, "Aspect Ratio"};
-inline constexpr ControlSpec kColorControl{5, 4, "Color"};
-
-constexpr A_long PARAM_INPUT = 0;
-constexpr A_long PARAM_RENDER = kRenderControl.index;
-constexpr A_long PARAM_PRESET = kPresetControl.index;
-constexpr A_long PARAM_ASPECT_RATIO = kAspectRatioControl.index;
-constexpr A_long PARAM_COLOR = kColorControl.index;
-constexpr A_long PARAM_NUM_PARAMS = PARAM_COLOR + 1;  // the input layer included
+#include "paramindex/param_index.h"
 
 // One popup item, 1-based as the host numbers them; for "Preset" also the
 // display ratio it stands for (width over height, 0 where it is none).
@@ -93,6 +76,77 @@ constexpr auto Join() {
 inline constexpr auto kRenderItemString = popup_items::Join<kRenderItems>();
 inline constexpr auto kPresetItemString = popup_items::Join<kPresetItems>();
 
+enum class ControlType { kPopup, kFloatSlider, kColor };
+
+// One control after the header row, whole: where the host keeps it, the ID
+// projects store it under (never changes), the name the user sees, its kind
+// and the values and flags its definition carries. Only the fields of its
+// kind are read; the first four have no default, so a row without them does
+// not compile.
+struct ControlSpec {
+  A_long index;
+  A_long disk_id;
+  const char* name;
+  ControlType type;
+  const char* items = nullptr;  // popup: the item string
+  A_short default_item = 0;     // popup: 1-based
+  float valid_min = 0.0f;       // slider
+  float valid_max = 0.0f;
+  float slider_min = 0.0f;
+  float slider_max = 0.0f;
+  float default_value = 0.0f;
+  A_short precision = 0;
+  PF_Pixel default_color{};  // colour
+  PF_ParamFlags flags = 0;   // beyond the flags every control carries
+  PF_ParamUIFlags ui_flags = 0;
+};
+
+inline constexpr ControlSpec kControls[] = {
+    {.index = PARAM_RENDER,
+     .disk_id = 1,
+     .name = "Render",
+     .type = ControlType::kPopup,
+     .items = kRenderItemString.data(),
+     .default_item = RENDER_ON_IMAGE},
+    {.index = PARAM_PRESET,
+     .disk_id = 2,
+     .name = "Preset",
+     .type = ControlType::kPopup,
+     .items = kPresetItemString.data(),
+     .default_item = PRESET_FIRST,
+     .flags = PF_ParamFlag_SUPERVISE | PF_ParamFlag_CANNOT_TIME_VARY,
+     .ui_flags = PF_PUI_STD_CONTROL_ONLY},
+    {.index = PARAM_ASPECT_RATIO,
+     .disk_id = 3,
+     .name = "Aspect Ratio",
+     .type = ControlType::kFloatSlider,
+     .valid_min = 0.0f,
+     .valid_max = 12.0f,
+     .slider_min = 0.0f,
+     .slider_max = 3.0f,
+     .default_value = kPresetItems[PRESET_FIRST - 1].ratio,
+     .precision = 3,
+     .flags = PF_ParamFlag_SUPERVISE},
+    {.index = PARAM_COLOR,
+     .disk_id = 4,
+     .name = "Color",
+     .type = ControlType::kColor,
+     .default_color = {.alpha = 255, .red = 0, .green = 0, .blue = 0}},
+};
+
+// The rows are added in order, so each must sit at the index the effect reads
+// it from, ending with the last parameter; disk IDs never repeat.
+constexpr bool InHostOrder(std::span<const ControlSpec> rows) {
+  for (std::size_t at = 0; at < rows.size(); ++at) {
+    if (rows[at].index != PARAM_RENDER + static_cast<A_long>(at)) return false;
+    for (std::size_t other = 0; other < at; ++other) {
+      if (rows[other].disk_id == rows[at].disk_id) return false;
+    }
+  }
+  return rows.size() == static_cast<std::size_t>(PARAM_NUM_PARAMS - PARAM_RENDER);
+}
+static_assert(InHostOrder(kControls), "controls follow the header in index order, disk IDs unique");
+
 // The ratio of a preset item; 0 for the separator, "Custom" and any other number.
 float RatioOfPreset(A_long item);
 // The first preset whose ratio equals `ratio` exactly in single precision, else "Custom".
@@ -106,11 +160,7 @@ PF_Pixel ReadColorParam(PF_ParamDef* params[], A_long index);
 // deliberately short of the host's 32768.
 PF_Pixel16 Pixel8To16(PF_Pixel pixel);
 
-// Nearest single-precision value of a double, as the hardware rounds it;
-// huge values become infinities instead of undefined behaviour.
-float NarrowToFloat(double value);
-
-// Adds the four controls after the header row. `header_added` says whether
+// Adds the controls of the table after the header row. `header_added` says whether
 // the header was accepted; only then is the custom UI registered.
 void SetupEffectParams(PF_InData* in_data, PF_OutData* out_data, bool header_added);
 void HandleUserChangedParam(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],

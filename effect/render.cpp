@@ -30,7 +30,7 @@ void RenderBars(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[], PF_Layer
 
   // Without the suites there is nothing to draw with: the call ends with an
   // error rather than calling through an absent table.
-  PF_FillMatteSuite2& fill_matte = suites.RequireFillMatteSuite2();
+  PF_FillMatteSuite2& fill_matte = suites.Require<PF_FillMatteSuite2>();
 
   // One full-frame fill in the bar colour; the picture is then cut out of it.
   FillRect(fill_matte, in_data->effect_ref, deep, bar_color, nullptr, output);
@@ -41,7 +41,7 @@ void RenderBars(PF_InData* in_data, PF_OutData*, PF_ParamDef* params[], PF_Layer
   if (mode == RENDER_ON_TRANSPARENT) {
     FillRect(fill_matte, in_data->effect_ref, deep, PF_Pixel{0, 0, 0, 0}, &picture, output);
   } else {  // every other value draws the image
-    PF_WorldTransformSuite1& transform = suites.RequireWorldTransformSuite1();
+    PF_WorldTransformSuite1& transform = suites.Require<PF_WorldTransformSuite1>();
     DAE::ThrowIfHostError(
         transform.copy(in_data->effect_ref, &params[PARAM_INPUT]->u.ld, output, &picture, &picture));
   }

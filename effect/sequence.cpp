@@ -22,10 +22,10 @@ SequenceRecord* SequenceRecordOf(PF_Handle sequence_data) {
 void SetupSequence(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*) {
   HostSuiteCache suites(in_data->pica_basicP);
   if (in_data->sequence_data != nullptr) {
-    suites.RequireHandleSuite2().host_dispose_handle(in_data->sequence_data);
+    suites.Require<PF_HandleSuite1>().host_dispose_handle(in_data->sequence_data);
     out_data->sequence_data = nullptr;
   }
-  PF_HandleSuite1& handles = suites.RequireHandleSuite2();
+  PF_HandleSuite1& handles = suites.Require<PF_HandleSuite1>();
   out_data->sequence_data = handles.host_new_handle(sizeof(SequenceRecord));
   if (out_data->sequence_data == nullptr) throw DAE::DAEAllocXCP(sizeof(SequenceRecord));
 
@@ -54,6 +54,7 @@ void ResetupSequence(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* para
 void SetdownSequence(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*) {
   HostSuiteCache suites(in_data->pica_basicP);
   if (in_data->sequence_data == nullptr) return;
-  suites.RequireHandleSuite2().host_dispose_handle(in_data->sequence_data);
-  out_data->sequence_data = nullptr;
+  suites.Require<PF_HandleSuite1>().host_dispose_handle(in_data->sequence_data);
+  // A host that gave no output record has nothing to clear.
+  if (out_data != nullptr) out_data->sequence_data = nullptr;
 }

@@ -3,7 +3,10 @@
 // wrap-around are spelled as the hardware's results.
 #pragma once
 
+#include <cfloat>
+#include <cmath>
 #include <cstdint>
+#include <limits>
 
 namespace DAE {
 
@@ -30,5 +33,18 @@ static_assert(TruncateToInt32(2147483520.0f) == 2147483520 && TruncateToInt32(21
 static_assert(LowInt16(40000) == -25536 && LowInt16(-10) == -10 && LowInt16(INT32_MIN) == 0 &&
                   AsInt32(0xFFFFFFFFu) == -1,
               "what 16 and 32 bits keep");
+
+// Nearest single-precision value of a double, as the hardware rounds it;
+// huge values become infinities instead of undefined behaviour.
+inline float NarrowToFloat(double value) {
+  // Beyond FLT_MAX plus half a unit in the last place the hardware rounds to
+  // infinity; below that it rounds to FLT_MAX.
+  constexpr double kOverflowThreshold = static_cast<double>(FLT_MAX) + 0x1p103;
+  if (std::fabs(value) <= static_cast<double>(FLT_MAX)) return static_cast<float>(value);  // the usual case
+  if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
+  const float magnitude =
+      std::fabs(value) >= kOverflowThreshold ? std::numeric_limits<float>::infinity() : FLT_MAX;
+  return value > 0.0 ? magnitude : -magnitude;
+}
 
 }  // namespace DAE

@@ -6,20 +6,15 @@
 
 #include <cstdint>
 
+#include "framework/suite_table.h"
 #include "hostapi/ae_effect.h"
 
 class HostSuiteCache {
  public:
-  static constexpr int kSlotCount = 117;
-  static constexpr int kReleasedPairCount = 114;
-
-  struct SuitePair {
-    const char* name;
-    int32_t version;
-  };
-  // The pairs the cache knows, in the order release visits them. Slot i holds
-  // pair i; the last three slots are never filled and never released.
-  static const SuitePair* const kPairs;  // kSlotCount entries
+  static constexpr int kSlotCount = kSuiteSlotCount;
+  static constexpr int kReleasedPairCount = kReleasedSuiteCount;
+  using SuitePair = ::SuitePair;
+  static const SuitePair* const kPairs;  // kSlotCount entries, in release order
 
   explicit HostSuiteCache(SPBasicSuite* broker);
   ~HostSuiteCache();
@@ -28,17 +23,19 @@ class HostSuiteCache {
 
   // Null when the host cannot supply the suite: for handlers that can do
   // without it.
-  PF_FillMatteSuite2* FillMatteSuite2();
-  PF_WorldTransformSuite1* WorldTransformSuite1();
-  PF_HandleSuite1* HandleSuite2();  // "PF Handle Suite" 2 has the version-1 table layout
-  PF_ParamUtilsSuite3* ParamUtilsSuite3();
+  template <typename Table>
+  Table* Get() {
+    return static_cast<Table*>(Fetch<Slot<Table>()>());
+  }
 
   // For handlers that cannot go on without the suite: a missing one is thrown
   // as DAE::DAESuiteXCP carrying the cache's own spelling of its name.
-  PF_FillMatteSuite2& RequireFillMatteSuite2();
-  PF_WorldTransformSuite1& RequireWorldTransformSuite1();
-  PF_HandleSuite1& RequireHandleSuite2();
-  PF_ParamUtilsSuite3& RequireParamUtilsSuite3();
+  template <typename Table>
+  Table& Require() {
+    void* suite = Fetch<Slot<Table>()>();
+    if (suite == nullptr) ThrowMissing(Slot<Table>());
+    return *static_cast<Table*>(suite);
+  }
 
   // Reached whenever a fetch fails or a null broker is given. It deliberately
   // does nothing: callers decide what a missing suite means for them.
@@ -47,9 +44,32 @@ class HostSuiteCache {
  private:
   static constexpr int kFillWords = 2;
 
-  void* Fetch(int slot);
-  template <typename Suite>
-  Suite& Require(int slot);
+  template <typename Table>
+  static constexpr int Slot() {
+    constexpr int slot = kSuiteSlot<Table>;
+    static_assert(slot < kReleasedSuiteCount, "the suite's pair is one the cache releases");
+    return slot;
+  }
+  // The suite of a slot, asked for once; in the header so that each use
+  // compiles to its own slot's bit and pair.
+  template <int kSlot>
+  void* Fetch() {
+    constexpr uint64_t kBit = uint64_t{1} << (kSlot % 64);
+    if ((filled_[kSlot / 64] & kBit) != 0) return slots_[kSlot];
+    const void* suite = nullptr;
+    // Without a broker there is nothing to ask; report it like a refused fetch.
+    const SPErr error = broker_ != nullptr ? broker_->AcquireSuite(kSuitePairs[kSlot].name,
+                                                                   kSuitePairs[kSlot].version, &suite)
+                                           : 1;
+    if (error != 0 || suite == nullptr) MissingSuite(*this);
+    // Whatever the broker handed out is kept, even with an error; a null leaves
+    // the slot empty, so a later use asks again.
+    if (suite == nullptr) return nullptr;
+    slots_[kSlot] = const_cast<void*>(suite);
+    filled_[kSlot / 64] |= kBit;
+    return slots_[kSlot];
+  }
+  [[noreturn]] static void ThrowMissing(int slot);
 
   SPBasicSuite* broker_;
   // A slot is meaningful only while its bit in `filled_` is set, so a new

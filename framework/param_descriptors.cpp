@@ -60,8 +60,7 @@ void Param_Float_Slider::SetDefault(PF_FpShort value) {
 Param_Color::Param_Color(PF_InData* in_data, const char* name, A_long disk_id)
     : Param_Parameter(in_data, PF_Param_COLOR, name, disk_id) {}
 
-void Param_Color::SetDefault(A_u_char red, A_u_char green, A_u_char blue, A_u_char alpha) {
-  const PF_Pixel pixel{alpha, red, green, blue};
+void Param_Color::SetDefault(PF_Pixel pixel) {
   definition_.u.cd.value = pixel;
   definition_.u.cd.dephault = pixel;
 }

@@ -18,9 +18,11 @@ class Param_Parameter {
   // thrown as its bare error code.
   virtual void add();
 
-  void SetSupervised() { definition_.flags |= PF_ParamFlag_SUPERVISE; }
-  void SetCannotTimeVary() { definition_.flags |= PF_ParamFlag_CANNOT_TIME_VARY; }
-  void SetStandardControlOnly() { definition_.ui_flags |= PF_PUI_STD_CONTROL_ONLY; }
+  // Flags beyond the ones every control starts with.
+  void AddFlags(PF_ParamFlags flags, PF_ParamUIFlags ui_flags) {
+    definition_.flags |= flags;
+    definition_.ui_flags |= ui_flags;
+  }
 
  protected:
   PF_InData* in_data_;  // not owned
@@ -56,7 +58,7 @@ class Param_Color : public Param_Parameter {
  public:
   Param_Color(PF_InData* in_data, const char* name, A_long disk_id);
 
-  void SetDefault(A_u_char red, A_u_char green, A_u_char blue, A_u_char alpha);
+  void SetDefault(PF_Pixel pixel);
 };
 
 }  // namespace DAE

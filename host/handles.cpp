@@ -54,6 +54,7 @@ bool HandleStore::IsDisposed(PF_Handle handle) const {
 
 std::string HandleStore::Lock(PF_Handle handle, void** block) {
   *block = nullptr;
+  if (handle == nullptr) return ++null_locks_, std::string{};
   Block* b = Find(handle);
   if (b == nullptr) return Unknown("lock", handle, IsDisposed(handle));
   ++b->locks;
@@ -70,6 +71,7 @@ std::string HandleStore::Unlock(PF_Handle handle) {
                                 : candidate->locks > 0 && candidate->master == static_cast<void*>(handle);
     if (b == nullptr && !candidate->disposed && by_address) b = candidate.get();
   }
+  if (b == nullptr && handle == nullptr && null_locks_ > 0) return --null_locks_, std::string{};
   if (b == nullptr) return Unknown("unlock", handle, IsDisposed(handle));
   if (b->locks == 0 && b->refused_locks > 0) {
     --b->refused_locks;

@@ -37,7 +37,8 @@ class HandleStore {
   std::string Lock(PF_Handle handle, void** block);
   // Also accepts the address of a locked block in place of its handle, as
   // After Effects does; and one unlock (of the handle, or of the null block
-  // address) after each lock the host refused.
+  // address) after each lock the host refused. A null handle locks to no
+  // block, as After Effects answers it, and is unlocked once per such lock.
   std::string Unlock(PF_Handle handle);
   std::string Dispose(PF_Handle handle);
   std::string Size(PF_Handle handle, A_HandleSize* size) const;
@@ -71,6 +72,7 @@ class HandleStore {
   static void Point(Block& block);
 
   std::map<PF_Handle, std::unique_ptr<Block>> blocks_;
+  int null_locks_ = 0;
 };
 
 }  // namespace cinebar_simhost

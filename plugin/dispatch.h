@@ -2,34 +2,53 @@
 // failure a handler throws becomes the host's result code and message.
 #pragma once
 
+#include <cstddef>
+#include <span>
+
 #include "hostapi/ae_effect.h"
 
-// The handlers the dispatcher routes to, filled by member name (designated
-// initialisers: a name out of order or a route left out fails the build, the
-// latter through -Wmissing-field-initializers, an error here). Handlers
-// report failure only by throwing (a bare int host error or a DAE exception).
-struct CommandHandlers {
-  using Setup = PF_Err (*)(PF_InData*, PF_OutData*);
-  using LayerCommand = void (*)(PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*);
-
-  bool (*show_branded_about)(PF_InData*, PF_OutData*);
-  Setup load_branding;
-  Setup unload_branding;
-  LayerCommand params_setup;
-  LayerCommand sequence_setup;
-  LayerCommand sequence_resetup;
-  LayerCommand empty_command;  // sequence flatten and frame setup
-  LayerCommand sequence_setdown;
-  LayerCommand render;
-  void (*user_changed_param)(PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*,
-                             const PF_UserChangedParamExtra*);
-  PF_Err (*update_params_ui)(PF_InData*, PF_OutData*, PF_ParamDef*[]);
-  PF_Err (*handle_event)(PF_InData*, PF_OutData*, PF_ParamDef*[], PF_LayerDef*, PF_EventExtra*,
-                         bool* handled);
+// The arguments of one call, as the host passed them; each handler reads what
+// it needs. Handlers report failure only by throwing (a bare int host error
+// or a DAE exception).
+struct CommandCall {
+  PF_Cmd cmd;
+  PF_InData* in_data;
+  PF_OutData* out_data;
+  PF_ParamDef** params;
+  PF_LayerDef* output;
+  void* extra;
 };
 
-// The effect's own routing, used by EntryPointFunc.
-extern const CommandHandlers kCinebarHandlers;
+// The host records a command's path works on. A command that needs nothing
+// has no handler and answers "no error" whatever it is given; one whose every
+// path goes through a record the host left null is refused before anything
+// runs. A handler that touches out_data on some paths only checks it there.
+enum class Records { kNothing, kInData, kInAndOutData };
 
-PF_Err DispatchCommand(const CommandHandlers& handlers, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
-                       PF_ParamDef* params[], PF_LayerDef* output, void* extra);
+// One row per command, indexed by the command's number.
+struct CommandRoute {
+  PF_Cmd cmd;
+  Records needs;
+  void (*handler)(const CommandCall&);  // null exactly when nothing is needed
+};
+
+// The commands numbered 0 to 18; every higher number is routed to nothing.
+inline constexpr std::size_t kCommandCount = 19;
+
+// Every command listed once, in number order, and a handler on every row that
+// needs a record (none on the others).
+constexpr bool EachCommandOnce(std::span<const CommandRoute> routes) {
+  if (routes.size() != kCommandCount) return false;
+  for (std::size_t at = 0; at < routes.size(); ++at) {
+    const CommandRoute& route = routes[at];
+    if (route.cmd != static_cast<PF_Cmd>(at)) return false;
+    if ((route.handler == nullptr) != (route.needs == Records::kNothing)) return false;
+  }
+  return true;
+}
+
+// The effect's own routing, used by EntryPointFunc.
+extern const std::span<const CommandRoute, kCommandCount> kCinebarRoutes;
+
+PF_Err DispatchCommand(std::span<const CommandRoute, kCommandCount> routes, PF_Cmd cmd, PF_InData* in_data,
+                       PF_OutData* out_data, PF_ParamDef* params[], PF_LayerDef* output, void* extra);

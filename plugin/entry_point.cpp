@@ -9,5 +9,5 @@
 
 extern "C" CINEBAR_EXPORT PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
                                                 PF_ParamDef* params[], PF_LayerDef* output, void* extra) {
-  return DispatchCommand(kCinebarHandlers, cmd, in_data, out_data, params, output, extra);
+  return DispatchCommand(kCinebarRoutes, cmd, in_data, out_data, params, output, extra);
 }

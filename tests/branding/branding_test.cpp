@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "paramindex/param_index.h"
 #include "platform/platform.h"
 #include "tests/fixtures/branding_double.h"
 #include "tests/fixtures/effect_host.h"
@@ -202,6 +203,22 @@ TEST_F(BoundBranding, AboutShowsTheLibrarysBoxAndSetdownDestroysTheReferenceOnce
   EXPECT_EQ(0, count());
 }
 
+// A host that leaves out_data null still gets the library's about box and
+// its header events, with no error.
+TEST_F(BoundBranding, WithoutOutDataTheAboutBoxAndHeaderEventsStillReachTheLibrary) {
+  PF_EventExtra extra{};
+  extra.effect_win.index = PARAM_HEADER;
+  for (const auto& [cmd, entry] :
+       {std::pair{PF_Cmd_ABOUT, "Sigil_ShowAboutBox"}, std::pair{PF_Cmd_EVENT, "Sigil_HandleEvent"}}) {
+    SCOPED_TRACE(entry);
+    reset();
+    PF_InData in_data = host.in_data();
+    in_data.global_data = host.global_data();
+    EXPECT_EQ(PF_Err_NONE, host.CallRaw(cmd, &in_data, nullptr, nullptr, nullptr, &extra));
+    OnlyCall(entry);
+  }
+}
+
 TEST(UnboundBranding, GlobalDataIsZeroTheHeaderAnEmptyTopicAndEverythingStillAnswers) {
   ASSERT_FALSE(std::filesystem::exists(InstalledLibraryPath()))
       << "this process must run without the library";
@@ -215,7 +232,7 @@ TEST(UnboundBranding, GlobalDataIsZeroTheHeaderAnEmptyTopicAndEverythingStillAns
                                  header.ui_width, header.ui_height}));
   auto applied = host.Apply(World(32, 18));
   PF_EventExtra extra{};
-  extra.effect_win.index = kHeader;
+  extra.effect_win.index = PARAM_HEADER;
   extra.e_type = PF_Event_DRAW;
   EXPECT_EQ(PF_Err_NONE, host.Event(applied.instance, extra));
   EXPECT_EQ(PF_Err_NONE, host.About());

@@ -80,55 +80,57 @@ TEST_F(Controls, PresetAndRatioFollowEachOtherAndTheRecordRemembers) {
     double ratio;  // "Aspect Ratio" afterwards
     A_long preset, stored;
   } kEdits[] = {
-      {kPreset, 3, 1.7777777910232544, 3, 3},
-      {kPreset, 6, 2.759999990463257, 6, 6},
-      {kPreset, 2, 1.659999966621399, 2, 2},
-      {kPreset, 4, 1.850000023841858, 4, 4},
-      {kPreset, 1, 1.3333333730697632, 1, 1},
-      {kPreset, 5, k235, 5, 5},
-      {kPreset, 7, k235, 7, 5},
-      {kPreset, 8, k235, 8, 5},  // the separator and "Custom" move nothing
-      {kRatio, 1.85, 1.85, 4, 4},
-      {kRatio, 1.86, 1.86, 8, 8},
-      {kRatio, 1.7777778, 1.7777778, 3, 3},
-      {kRatio, 1.78, 1.78, 8, 8},
-      {kRatio, 4.0 / 3.0, 4.0 / 3.0, 1, 1},
-      {kRatio, 12.0, 12.0, 8, 8},
-      {kRatio, 2.35, 2.35, 5, 5},
-      {kRatio, 0.0, 0.0, 8, 8},
-      {kColor, 200, 0.0, 8, 8},
-      {kRender, 1, 0.0, 8, 8},  // not watched: nothing moves
+      {PARAM_PRESET, 3, 1.7777777910232544, 3, 3},
+      {PARAM_PRESET, 6, 2.759999990463257, 6, 6},
+      {PARAM_PRESET, 2, 1.659999966621399, 2, 2},
+      {PARAM_PRESET, 4, 1.850000023841858, 4, 4},
+      {PARAM_PRESET, 1, 1.3333333730697632, 1, 1},
+      {PARAM_PRESET, 5, k235, 5, 5},
+      {PARAM_PRESET, 7, k235, 7, 5},
+      {PARAM_PRESET, 8, k235, 8, 5},  // the separator and "Custom" move nothing
+      {PARAM_ASPECT_RATIO, 1.85, 1.85, 4, 4},
+      {PARAM_ASPECT_RATIO, 1.86, 1.86, 8, 8},
+      {PARAM_ASPECT_RATIO, 1.7777778, 1.7777778, 3, 3},
+      {PARAM_ASPECT_RATIO, 1.78, 1.78, 8, 8},
+      {PARAM_ASPECT_RATIO, 4.0 / 3.0, 4.0 / 3.0, 1, 1},
+      {PARAM_ASPECT_RATIO, 12.0, 12.0, 8, 8},
+      {PARAM_ASPECT_RATIO, 2.35, 2.35, 5, 5},
+      {PARAM_ASPECT_RATIO, 0.0, 0.0, 8, 8},
+      {PARAM_COLOR, 200, 0.0, 8, 8},
+      {PARAM_RENDER, 1, 0.0, 8, 8},  // not watched: nothing moves
   };
   for (const auto& edit : kEdits) {
     SCOPED_TRACE(::testing::Message() << "parameter " << edit.index << " set to " << edit.value);
     host.log().Clear();
-    const PF_Err err = edit.index == kPreset  ? host.ChangePopup(*instance, kPreset, A_long(edit.value))
-                       : edit.index == kRatio ? host.ChangeFloat(*instance, kRatio, edit.value)
-                       : edit.index == kColor
-                           ? host.ChangeColor(*instance, kColor, {255, A_u_char(edit.value), 0, 0})
-                           : host.ChangePopup(*instance, kRender, A_long(edit.value));
+    const PF_Err err =
+        edit.index == PARAM_PRESET         ? host.ChangePopup(*instance, PARAM_PRESET, A_long(edit.value))
+        : edit.index == PARAM_ASPECT_RATIO ? host.ChangeFloat(*instance, PARAM_ASPECT_RATIO, edit.value)
+        : edit.index == PARAM_COLOR
+            ? host.ChangeColor(*instance, PARAM_COLOR, {255, A_u_char(edit.value), 0, 0})
+            : host.ChangePopup(*instance, PARAM_RENDER, A_long(edit.value));
     ASSERT_EQ(PF_Err_NONE, err);
-    EXPECT_EQ(edit.ratio, instance->param(kRatio).u.fs_d.value);
-    EXPECT_EQ(edit.preset, instance->param(kPreset).u.pd.value);
+    EXPECT_EQ(edit.ratio, instance->param(PARAM_ASPECT_RATIO).u.fs_d.value);
+    EXPECT_EQ(edit.preset, instance->param(PARAM_PRESET).u.pd.value);
     EXPECT_EQ(edit.stored, Record(*instance)[0]);
     EXPECT_EQ(1, host.log().Count(HostFn::kAcquireSuite)) << "Param Utils, whatever changed";
     const auto* update = host.log().Last(HostFn::kUpdateParamUi);
-    ASSERT_EQ(edit.index == kRatio, update != nullptr) << "the popup moves through a UI update only";
+    ASSERT_EQ(edit.index == PARAM_ASPECT_RATIO, update != nullptr)
+        << "the popup moves through a UI update only";
     if (update != nullptr) {
-      EXPECT_EQ(kPreset, update->index);
+      EXPECT_EQ(PARAM_PRESET, update->index);
       EXPECT_EQ(0, update->def->uu.change_flags);
     }
     EXPECT_EQ(0, host.out_data().out_flags);
   }
-  instance->param(kPreset).u.pd.value = 2;  // the project disagrees until the next UI update
+  instance->param(PARAM_PRESET).u.pd.value = 2;  // the project disagrees until the next UI update
   ASSERT_EQ(PF_Err_NONE, host.UpdateParamsUI(*instance));
-  EXPECT_EQ(8, instance->param(kPreset).u.pd.value);
+  EXPECT_EQ(8, instance->param(PARAM_PRESET).u.pd.value);
 }
 
 TEST_F(Controls, TheRecordIsNewAtSetupKeptThroughProjectsAndFreedAtSetdown) {
   const uint8_t x = kFreshHandleByte;  // never written
   EXPECT_EQ(std::vector<uint8_t>({1, 0, 0, 0, 0, 0, x, x, 0, 0, 0, 0}), Record(*instance));
-  ASSERT_EQ(PF_Err_NONE, host.ChangePopup(*instance, kPreset, 5));
+  ASSERT_EQ(PF_Err_NONE, host.ChangePopup(*instance, PARAM_PRESET, 5));
   auto saved = host.Save(*instance);
   saved.sequence_bytes[4] = saved.sequence_bytes[5] = saved.sequence_bytes[8] = saved.sequence_bytes[11] =
       0x7F;

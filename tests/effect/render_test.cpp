@@ -82,9 +82,9 @@ TEST(Render, WorkedRectanglesAsReceivedAndAsDrawn) {
     World input(f.width, f.height, deep, 12);
     input.FillPattern(7);
     Instance& layer = host.Apply(std::move(input)).instance;
-    layer.param(kRatio).u.fs_d.value = f.ratio;
-    layer.param(kRender).u.pd.value = mode;
-    layer.param(kColor).u.cd.value = kBar;
+    layer.param(PARAM_ASPECT_RATIO).u.fs_d.value = f.ratio;
+    layer.param(PARAM_RENDER).u.pd.value = mode;
+    layer.param(PARAM_COLOR).u.cd.value = kBar;
     World output(f.width, f.height, deep, 12);
     host.log().Clear();
     ASSERT_EQ(PF_Err_NONE, host.Render(layer, output));

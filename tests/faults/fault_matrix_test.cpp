@@ -46,8 +46,8 @@ struct Scenario {
 
 PF_Err Draw(Scene& s, A_long mode) {  // bars over a 2.35 picture
   s.output = std::make_unique<World>(48, 27, s.instance->input().deep());
-  s.instance->param(kRatio).u.fs_d.value = 2.35;
-  s.instance->param(kRender).u.pd.value = mode;
+  s.instance->param(PARAM_ASPECT_RATIO).u.fs_d.value = 2.35;
+  s.instance->param(PARAM_RENDER).u.pd.value = mode;
   return s.Render(*s.instance, *s.output);
 }
 PF_Err Click(Scene& s, A_long index) {
@@ -66,17 +66,18 @@ const Scenario kScenarios[] = {
     {"sequence_resetup", kApplied, [](Scene& s) { return s.SequenceResetup(*s.instance); }},
     {"sequence_flatten", kApplied, [](Scene& s) { return s.Command(*s.instance, PF_Cmd_SEQUENCE_FLATTEN); }},
     {"sequence_setdown", kApplied, [](Scene& s) { return s.Remove(*s.instance); }},
-    {"changed_preset", kApplied, [](Scene& s) { return s.ChangePopup(*s.instance, kPreset, 5); }},
-    {"changed_separator", kApplied, [](Scene& s) { return s.ChangePopup(*s.instance, kPreset, 7); }},
-    {"changed_ratio", kApplied, [](Scene& s) { return s.ChangeFloat(*s.instance, kRatio, 1.85); }},
-    {"changed_color", kApplied, [](Scene& s) { return s.ChangeColor(*s.instance, kColor, {}); }},
+    {"changed_preset", kApplied, [](Scene& s) { return s.ChangePopup(*s.instance, PARAM_PRESET, 5); }},
+    {"changed_separator", kApplied, [](Scene& s) { return s.ChangePopup(*s.instance, PARAM_PRESET, 7); }},
+    {"changed_ratio", kApplied,
+     [](Scene& s) { return s.ChangeFloat(*s.instance, PARAM_ASPECT_RATIO, 1.85); }},
+    {"changed_color", kApplied, [](Scene& s) { return s.ChangeColor(*s.instance, PARAM_COLOR, {}); }},
     {"update_params_ui", kApplied, [](Scene& s) { return s.UpdateParamsUI(*s.instance); }},
     {"render8_image", kApplied, [](Scene& s) { return Draw(s, 2); }},
     {"render8_transparent", kApplied, [](Scene& s) { return Draw(s, 1); }},
     {"render16_image", kApplied16, [](Scene& s) { return Draw(s, 2); }},
     {"render16_transparent", kApplied16, [](Scene& s) { return Draw(s, 1); }},
-    {"event_header", kApplied, [](Scene& s) { return Click(s, kHeader); }},
-    {"event_control", kApplied, [](Scene& s) { return Click(s, kPreset); }},
+    {"event_header", kApplied, [](Scene& s) { return Click(s, PARAM_HEADER); }},
+    {"event_control", kApplied, [](Scene& s) { return Click(s, PARAM_PRESET); }},
     {"about", kGlobal, [](Scene& s) { return s.About(); }},
     {"global_setdown", kGlobal, [](Scene& s) { return s.GlobalSetdown(); }},
 };

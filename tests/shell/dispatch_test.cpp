@@ -1,16 +1,19 @@
-// The dispatcher through a test routing table: every command reaches its
-// handler, or none, whatever records it is given, and the module's instance
-// handle is fetched once; every kind of failure becomes the tabled result,
+// The dispatcher through the effect's routing table with recording handlers:
+// every command reaches its handler, or none, or is refused, as its row says,
+// and the module's instance handle is fetched once; every kind of failure becomes the tabled result,
 // message and display flag; the call's suites go back once on every path.
 #include "plugin/dispatch.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <functional>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "effect/params.h"
 #include "framework/dae_exceptions.h"
 #include "framework/host_suite_cache.h"
 #include "plugin/call_context.h"
@@ -20,28 +23,24 @@ namespace {
 
 using cinebar_simhost::Host;
 
-std::string g_routed;          // the handler the last command reached
+PF_Cmd g_routed = -1;          // the command whose handler the last call reached
 std::function<void()> g_body;  // what the routed handler does
 
-void Reached(const char* name) {
-  g_routed = name;
+void Reached(const CommandCall& call) {
+  g_routed = call.cmd;
+  if (call.cmd == PF_Cmd_PARAMS_SETUP) call.out_data->num_params = 1;  // the host holds setup to its count
   if (g_body) g_body();
 }
 
-const CommandHandlers kRecording{
-    .show_branded_about = [](auto...) { return Reached("about"), true; },
-    .load_branding = [](auto...) { return Reached("load_branding"), PF_Err{0}; },
-    .unload_branding = [](auto...) { return Reached("unload_branding"), PF_Err{0}; },
-    .params_setup = [](auto, PF_OutData* out, auto...) { Reached("params_setup"), out->num_params = 1; },
-    .sequence_setup = [](auto...) { Reached("sequence_setup"); },
-    .sequence_resetup = [](auto...) { Reached("sequence_resetup"); },
-    .empty_command = [](auto...) { Reached("empty"); },
-    .sequence_setdown = [](auto...) { Reached("sequence_setdown"); },
-    .render = [](auto...) { Reached("render"); },
-    .user_changed_param = [](auto...) { Reached("user_changed_param"); },
-    .update_params_ui = [](auto...) { return Reached("update_params_ui"), PF_Err{0}; },
-    .handle_event = [](auto...) { return Reached("handle_event"), PF_Err{99}; },  // never reaches the host
-};
+// The effect's own table, each handler replaced by one that records its call.
+const std::array<CommandRoute, kCommandCount> kRecording = [] {
+  std::array<CommandRoute, kCommandCount> routes{};
+  std::ranges::copy(kCinebarRoutes, routes.begin());
+  for (CommandRoute& route : routes) {
+    if (route.handler != nullptr) route.handler = Reached;
+  }
+  return routes;
+}();
 
 PF_Err Recording(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
                  PF_LayerDef* output, void* extra) {
@@ -54,35 +53,25 @@ class Dispatch : public ::testing::Test {
   Host host{Recording};
 };
 
-TEST_F(Dispatch, RoutesEveryCommandAndRefusesOnlyRecordsItsHandlerNeeds) {
-  struct Route {
-    PF_Cmd cmd;
-    const char* handler;  // "" for commands that do nothing
-    bool needs_out_data;  // refused without out_data (every handler needs in_data)
-  };
-  std::vector<Route> routes = {
-      {0, "about", true},         {1, "load_branding", true},        {3, "unload_branding", true},
-      {4, "params_setup", true},  {5, "sequence_setup", true},       {6, "sequence_resetup", true},
-      {7, "empty", false},        {8, "sequence_setdown", true},     {10, "empty", false},
-      {11, "render", false},      {13, "user_changed_param", false}, {14, "update_params_ui", false},
-      {15, "handle_event", true},
-  };
-  for (const PF_Cmd idle : {2, 9, 12, 16, 17, 18, 19, 1000, -1}) routes.push_back({idle, "", false});
+TEST_F(Dispatch, RoutesEveryCommandAndRefusesOnlyRecordsItsPathNeeds) {
+  std::vector<CommandRoute> routes(kRecording.begin(), kRecording.end());
+  for (const PF_Cmd beyond : {19, 1000, -1}) routes.push_back({beyond, Records::kNothing, nullptr});
   static int module_token;
   host.SetModuleHandle(&module_token);
   g_module_instance = nullptr;
-  for (const Route& route : routes) {
+  for (const CommandRoute& route : routes) {
     SCOPED_TRACE(route.cmd);
-    g_routed.clear();
+    const PF_Cmd reached = route.handler != nullptr ? route.cmd : -1;
+    g_routed = -1;
     EXPECT_EQ(PF_Err_NONE, host.Command(route.cmd));
-    EXPECT_EQ(route.handler, g_routed);
-    g_routed.clear();
+    EXPECT_EQ(reached, g_routed);
+    g_routed = -1;
     PF_InData in_data = host.in_data();
-    EXPECT_EQ(route.needs_out_data ? PF_Err_BAD_CALLBACK_PARAM : PF_Err_NONE,
+    const bool needs_out_data = route.needs == Records::kInAndOutData;
+    EXPECT_EQ(needs_out_data ? PF_Err_BAD_CALLBACK_PARAM : PF_Err_NONE,
               host.CallRaw(route.cmd, &in_data, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(route.needs_out_data ? "" : route.handler, g_routed);
-    const bool does_nothing = *route.handler == '\0';
-    EXPECT_EQ(does_nothing ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM,
+    EXPECT_EQ(needs_out_data ? -1 : reached, g_routed);
+    EXPECT_EQ(route.needs == Records::kNothing ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM,
               host.CallRaw(route.cmd, nullptr, nullptr, nullptr, nullptr, nullptr));
   }
   EXPECT_EQ(1, host.log().Count(HostFn::kGetPlatformData)) << "the module's instance, fetched once";
@@ -117,8 +106,8 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
     host.log().Clear();
     g_body = [&] {
       host.out_data().num_params = 7;  // written before the throw: stays
-      g_current_suites->FillMatteSuite2();
-      g_current_suites->FillMatteSuite2();
+      g_current_suites->Get<PF_FillMatteSuite2>();
+      g_current_suites->Get<PF_FillMatteSuite2>();
       clause.thrower();
     };
     EXPECT_EQ(clause.result, host.Command(PF_Cmd_RENDER));
@@ -129,6 +118,22 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
     EXPECT_EQ(1, host.log().Count(HostFn::kReleaseSuite));
     EXPECT_EQ(nullptr, g_current_out_data) << "reset when the call ends";
   }
+}
+
+// The build's table checks, on tables with a row out of place, repeated,
+// without its handler or missing.
+TEST(TableChecks, RefuseTablesWithARowWrong) {
+  auto routes = kRecording;
+  auto controls = std::to_array(kControls);
+  ASSERT_TRUE(EachCommandOnce(routes) && InHostOrder(controls));
+  routes[9] = routes[8];
+  controls[0].index = PARAM_COLOR;
+  EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
+  routes = kRecording, routes[PF_Cmd_RENDER].handler = nullptr;
+  controls = std::to_array(kControls), controls[3].disk_id = controls[0].disk_id;
+  EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
+  EXPECT_FALSE(EachCommandOnce(std::span(kRecording).first(18)) ||
+               InHostOrder(std::span(kControls).first(3)));
 }
 
 }  // namespace

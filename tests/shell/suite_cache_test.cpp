@@ -56,10 +56,10 @@ TEST(SuiteCache, AcquiresOnFirstUseOnceAndReleasesInTheHostsOrder) {
   EXPECT_TRUE(calls(HostFn::kAcquireSuite).empty() && calls(HostFn::kReleaseSuite).empty());
   g_body = [](HostSuiteCache& cache) {
     for (int round = 0; round < 2; ++round) {  // in another order than release visits them
-      EXPECT_NE(nullptr, cache.WorldTransformSuite1());
-      EXPECT_EQ(cache.FillMatteSuite2(), &cache.RequireFillMatteSuite2());
-      EXPECT_EQ(cache.ParamUtilsSuite3(), &cache.RequireParamUtilsSuite3());
-      EXPECT_EQ(&cache.RequireHandleSuite2(), cache.HandleSuite2());
+      EXPECT_NE(nullptr, cache.Get<PF_WorldTransformSuite1>());
+      EXPECT_EQ(cache.Get<PF_FillMatteSuite2>(), &cache.Require<PF_FillMatteSuite2>());
+      EXPECT_EQ(cache.Get<PF_ParamUtilsSuite3>(), &cache.Require<PF_ParamUtilsSuite3>());
+      EXPECT_EQ(&cache.Require<PF_HandleSuite1>(), cache.Get<PF_HandleSuite1>());
     }
     DAE::ThrowIfHostError(4);
   };
@@ -81,7 +81,7 @@ TEST(SuiteCache, AcquiresOnFirstUseOnceAndReleasesInTheHostsOrder) {
   std::sort(served.begin(), served.end());
   std::sort(fetched.begin(), fetched.end());
   EXPECT_EQ(served, fetched);
-  EXPECT_EQ(nullptr, HostSuiteCache(nullptr).FillMatteSuite2()) << "without a broker, no suite";
+  EXPECT_EQ(nullptr, HostSuiteCache(nullptr).Get<PF_FillMatteSuite2>()) << "without a broker, no suite";
 }
 
 TEST(SuiteCacheTable, KnowsEachPairOnce) {
