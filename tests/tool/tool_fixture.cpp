@@ -2,8 +2,11 @@
 
 #include <png.h>
 #include <stdlib.h>
+#include <zlib.h>
 
 #include <algorithm>
+#include <csetjmp>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -57,11 +60,9 @@ void WritePattern(const std::string& path, int width, int height, const std::str
   image.version = PNG_IMAGE_VERSION;
   image.width = static_cast<png_uint_32>(width);
   image.height = static_cast<png_uint_32>(height);
-  const int channels = layout == "gray" ? 1 : layout == "rgb" ? 3 : 4;
-  image.format = (channels == 1   ? PNG_FORMAT_GRAY
-                  : channels == 3 ? PNG_FORMAT_RGB
-                                  : PNG_FORMAT_RGBA) |
-                 (deep ? PNG_FORMAT_FLAG_LINEAR : 0u);
+  const int channels = layout == "gray" ? 1 : layout == "ga" ? 2 : layout == "rgb" ? 3 : 4;
+  const png_uint_32 formats[] = {PNG_FORMAT_GRAY, PNG_FORMAT_GA, PNG_FORMAT_RGB, PNG_FORMAT_RGBA};
+  image.format = formats[channels - 1] | (deep ? PNG_FORMAT_FLAG_LINEAR : 0u);
   std::vector<std::uint16_t> wide;
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x)
@@ -75,6 +76,41 @@ std::string Contents(const std::string& path) {
   std::ostringstream bytes;
   bytes << std::ifstream(path, std::ios::binary).rdbuf();
   return bytes.str();
+}
+
+Decoded Decode(const std::string& path) {
+  Decoded d;
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  if (file == nullptr || setjmp(png_jmpbuf(png))) {
+    ADD_FAILURE() << "cannot decode " << path;
+  } else {
+    png_init_io(png, file);
+    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    d.width = static_cast<int>(png_get_image_width(png, info));
+    d.height = static_cast<int>(png_get_image_height(png, info));
+    d.channels = png_get_channels(png, info);
+    d.depth = png_get_bit_depth(png, info);
+    const png_bytepp rows = png_get_rows(png, info);
+    for (int y = 0; y < d.height; ++y)
+      for (int i = 0; i < d.width * d.channels; ++i)
+        d.samples.push_back(d.depth == 16
+                                ? static_cast<std::uint16_t>(rows[y][2 * i] << 8 | rows[y][2 * i + 1])
+                                : rows[y][i]);
+  }
+  png_destroy_read_struct(&png, &info, nullptr);
+  if (file != nullptr) std::fclose(file);
+  return d;
+}
+
+std::string PngChunk(const std::string& type, const std::string& data) {
+  const std::string body = type + data;
+  std::string chunk;
+  for (const uLong v :
+       {uLong(data.size()), crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))})
+    for (int shift = 24; shift >= 0; shift -= 8) chunk += static_cast<char>(v >> shift);
+  return chunk.insert(4, body);
 }
 
 std::vector<std::string> Words(const std::string& text) {

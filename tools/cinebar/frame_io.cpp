@@ -1,15 +1,16 @@
-// libpng reports errors by longjmp: the functions holding a setjmp point keep
-// only plain pointers and call nothing that throws, so a jump back skips no
-// destructor; every C++ object they fill lives in the caller.
+// The one PNG reader and writer of the tool, on libdeflate: the file is read
+// whole, its image data inflated in one call (the Adler-32 checked with it)
+// and unfiltered here; the writer deflates the filtered rows in one call.
 #include <libdeflate.h>
-#include <png.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <new>
 
@@ -21,129 +22,227 @@ namespace {
 
 // The most a deflate stream inflates to: 258 bytes from a little over two bits.
 constexpr std::uint64_t kMaxInflation = 1032;
+constexpr char kSignature[] = "\x89PNG\r\n\x1a\n";
+// Ancillary chunks that stay true of an output whose picture samples are the
+// input's; chunks not named here are copied when their name marks them safe to copy.
+constexpr const char* kTrue[] = {"gAMA", "cHRM", "sRGB", "iCCP", "pHYs", "eXIf", "tEXt",
+                                 "zTXt", "iTXt", "sPLT", "oFFs", "pCAL", "sCAL"};
 
-struct Reader {
-  png_structp png = nullptr;
-  png_infop info = nullptr;
-  char message[200] = "";
-  ~Reader() { png_destroy_read_struct(&png, info ? &info : nullptr, nullptr); }
-};
-
-void OnError(png_structp png, png_const_charp message) {
-  auto* reader = static_cast<Reader*>(png_get_error_ptr(png));
-  std::snprintf(reader->message, sizeof reader->message, "%s", message);
-  png_longjmp(png, 1);
+std::uint32_t Be32(const std::uint8_t* p) {
+  return std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 | std::uint32_t{p[2]} << 8 | p[3];
 }
 
-void OnWarning(png_structp, png_const_charp) {}
-
-// Ancillary chunks libpng is to hand over as they stand (five bytes a name).
-constexpr png_byte kKept[] =
-    "gAMA\0cHRM\0sRGB\0iCCP\0sBIT\0bKGD\0pHYs\0tIME\0eXIf\0tEXt\0zTXt\0iTXt\0hIST\0sPLT\0oFFs\0pCAL\0sCAL";
-
-bool Start(Reader* r, std::FILE* file) {
-  if (setjmp(png_jmpbuf(r->png))) return false;
-  png_init_io(r->png, file);
-  png_set_sig_bytes(r->png, 8);
-  png_set_user_limits(r->png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the tool's own limits, its own words
-  png_set_keep_unknown_chunks(r->png, PNG_HANDLE_CHUNK_ALWAYS, nullptr, 0);
-  png_set_keep_unknown_chunks(r->png, PNG_HANDLE_CHUNK_ALWAYS, kKept, sizeof kKept / 5);
-  png_read_info(r->png, r->info);
-  png_set_expand(r->png);  // palette, low depths and tRNS to whole bytes and alpha
-  png_set_interlace_handling(r->png);
-  return true;
-}
-
-bool Rows(Reader* r, png_bytepp rows) {
-  if (setjmp(png_jmpbuf(r->png))) return false;
-  png_read_update_info(r->png, r->info);
-  png_read_image(r->png, rows);
-  png_read_end(r->png, r->info);
-  return true;
-}
-
-struct Header {
-  png_uint_32 width = 0, height = 0;
+struct Png {  // what the chunks say, the image data still compressed
+  std::uint32_t width = 0, height = 0;
   int depth = 0, type = 0, interlace = 0;
-  bool trns = false;
+  std::string palette, trns, idat;
 };
 
-void Open(const std::string& path, Reader& r, std::unique_ptr<std::FILE, int (*)(std::FILE*)>& file,
-          Header& h, Frame& frame) {
-  file.reset(std::fopen(path.c_str(), "rb"));
-  if (!file) throw ToolError(kExitInput, "cannot open " + path + ": " + std::strerror(errno));
-  png_byte signature[8] = {};
-  if (std::fread(signature, 1, sizeof signature, file.get()) != sizeof signature ||
-      png_sig_cmp(signature, 0, sizeof signature) != 0)
-    throw ToolError(kExitInput, path + " is not a PNG file");
-  r.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &r, OnError, OnWarning);
-  if (r.png != nullptr) r.info = png_create_info_struct(r.png);
-  if (r.info == nullptr) throw std::bad_alloc();
-  if (!Start(&r, file.get())) throw ToolError(kExitInput, "cannot read " + path + ": " + r.message);
-  png_get_IHDR(r.png, r.info, &h.width, &h.height, &h.depth, &h.type, &h.interlace, nullptr, nullptr);
-  h.trns = png_get_valid(r.png, r.info, PNG_INFO_tRNS) != 0;
-  const int base = (h.type & PNG_COLOR_MASK_COLOR) ? 3 : 1;
-  frame.width = static_cast<int>(std::min<png_uint_32>(h.width, PNG_UINT_31_MAX));
-  frame.height = static_cast<int>(std::min<png_uint_32>(h.height, PNG_UINT_31_MAX));
-  frame.channels = base + ((h.type & PNG_COLOR_MASK_ALPHA) || h.trns ? 1 : 0);
-  frame.deep = h.depth == 16;
+[[noreturn]] void Bad(const std::string& path, const std::string& why) {
+  throw ToolError(kExitInput, "cannot read " + path + ": " + why);
 }
 
 std::string Size(const Frame& f) {
   return std::to_string(f.width) + "x" + std::to_string(f.height) + (f.deep ? " at 16 bits" : " at 8 bits");
 }
 
-// Sorts the chunks libpng kept: copied when they stay true of the output,
-// named in `dropped` otherwise.
-void Sort(Reader& r, const Header& h, Frame& frame) {
-  frame.chunks.clear();
-  frame.dropped.clear();
-  frame.pixel_aspect.clear();
-  frame.phys_x = frame.phys_y = 0;
-  png_unknown_chunkp chunks = nullptr;
-  const int count = png_get_unknown_chunks(r.png, r.info, &chunks);
-  for (int i = 0; i < count; ++i) {
-    const std::string type(reinterpret_cast<const char*>(chunks[i].name), 4);
-    const std::string data(reinterpret_cast<const char*>(chunks[i].data), chunks[i].size);
-    // tIME dates the file, which is new; sBIT and hIST describe samples and a
-    // palette the bars change; a background index or low-depth grey no longer fits.
-    const bool stale = type == "tIME" || type == "sBIT" || type == "hIST" ||
-                       (type == "bKGD" && (h.type == PNG_COLOR_TYPE_PALETTE || h.depth < 8));
-    const bool known =
-        std::string(reinterpret_cast<const char*>(kKept), sizeof kKept).find(type) != std::string::npos;
-    const bool safe = (type[3] & 0x20) != 0;  // a lower-case last letter: safe to copy
-    if (stale || (!known && !safe)) {
-      if (frame.dropped.find(type) == std::string::npos)
-        frame.dropped += (frame.dropped.empty() ? "" : " ") + type;
-      continue;
-    }
-    if (type == "pHYs" && data.size() == 9) {
-      const auto* p = reinterpret_cast<const std::uint8_t*>(data.data());
-      frame.phys_x = png_get_uint_32(p);
-      frame.phys_y = png_get_uint_32(p + 4);
-      frame.pixel_aspect = std::to_string(frame.phys_x) + ":" + std::to_string(frame.phys_y) +
-                           " pixels per " + (p[8] == 1 ? "metre" : "unit");
-    }
-    frame.chunks.push_back(Chunk{type, data});
-  }
-}
-
-// The frame's memory and its image data as the file would inflate it.
-void Check(const std::string& path, const Header& h, const Frame& f, long file_size) {
-  const std::uint64_t world = std::uint64_t{h.width} * h.height * (f.deep ? 8 : 4);
-  const int bits = h.depth * (h.type == PNG_COLOR_TYPE_PALETTE ? 1 : f.channels - (h.trns ? 1 : 0));
-  const std::uint64_t data = std::uint64_t{h.height} * (1 + (std::uint64_t{h.width} * bits + 7) / 8);
-  if (h.width > kMaxSide || h.height > kMaxSide)
-    throw ToolError(kExitInput, path + " is " + std::to_string(h.width) + "x" + std::to_string(h.height) +
+// The frame's memory and its image data as the file's would inflate it.
+void Check(const std::string& path, const Png& png, const Frame& f) {
+  const std::uint64_t world = std::uint64_t{png.width} * png.height * (f.deep ? 8 : 4);
+  const int bits = png.depth * (png.type == 3 ? 1 : f.channels - (png.trns.empty() ? 0 : 1));
+  const std::uint64_t data = std::uint64_t{png.height} * (1 + (std::uint64_t{png.width} * bits + 7) / 8);
+  if (png.width > kMaxSide || png.height > kMaxSide)
+    throw ToolError(kExitInput, path + " is " + std::to_string(png.width) + "x" + std::to_string(png.height) +
                                     ": the effect takes at most " + std::to_string(kMaxSide) +
                                     " pixels a side");
   if (world > kMaxWorldBytes)
     throw ToolError(kExitInput, path + " is " + Size(f) + ", which needs " + std::to_string(world >> 20) +
                                     " MiB; the simulated host's worlds hold at most " +
                                     std::to_string(kMaxWorldBytes >> 20) + " MiB");
-  if (data > static_cast<std::uint64_t>(file_size) * kMaxInflation)
-    throw ToolError(kExitInput, "cannot read " + path + ": its " + std::to_string(file_size) +
-                                    " bytes cannot hold the image data of a " + Size(f) + " picture");
+  if (data > png.idat.size() * kMaxInflation)
+    Bad(path, "its " + std::to_string(png.idat.size()) + " bytes of image data cannot hold a " + Size(f) +
+                  " picture");
+}
+
+// Walks the chunks (CRCs checked), keeping the header, palette, tRNS, image
+// data and the ancillary chunks sorted into copied and dropped.
+Png Parse(const std::string& path, const std::string& file, Frame& frame) {
+  if (file.compare(0, 8, kSignature, 8) != 0) throw ToolError(kExitInput, path + " is not a PNG file");
+  Png png;
+  frame.chunks.clear();
+  frame.dropped.clear();
+  frame.pixel_aspect.clear();
+  frame.phys_x = frame.phys_y = 0;
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(file.data());
+  for (std::size_t at = 8;;) {
+    if (file.size() - at < 12) Bad(path, "the file ends inside a chunk (no IEND)");
+    const std::uint32_t length = Be32(bytes + at);
+    const std::string type = file.substr(at + 4, 4);
+    if (length > file.size() - at - 12) Bad(path, "the " + type + " chunk runs past the end of the file");
+    const std::string data = file.substr(at + 8, length);
+    if (libdeflate_crc32(0, bytes + at + 4, length + 4) != Be32(bytes + at + 8 + length))
+      Bad(path, "the " + type + " chunk fails its CRC");
+    at += 12 + length;
+    if (at == 20 + length && (type != "IHDR" || length != 13)) Bad(path, "it does not start with a header");
+    if (type == "IHDR") {
+      const auto* h = bytes + 16;
+      png.width = Be32(h), png.height = Be32(h + 4), png.depth = h[8], png.type = h[9], png.interlace = h[12];
+      static const char* const kDepths[] = {"\1\2\4\10\20", "", "\10\20", "\1\2\4\10",
+                                            "\10\20",       "", "\10\20"};
+      if (png.width == 0 || png.height == 0 || png.type > 6 || png.depth == 0 ||
+          !std::strchr(kDepths[png.type], png.depth) || h[10] != 0 || h[11] != 0 || png.interlace > 1)
+        Bad(path, "its header is not a valid PNG header");
+    } else if (type == "PLTE") {
+      png.palette = data;
+    } else if (type == "tRNS") {
+      png.trns = data;
+    } else if (type == "IDAT") {
+      png.idat += data;
+    } else if (type == "IEND") {
+      break;
+    } else if (!(type[0] & 0x20)) {
+      Bad(path, "it holds the unknown critical chunk " + type);
+    } else {
+      const bool named =
+          std::any_of(std::begin(kTrue), std::end(kTrue), [&](const char* t) { return type == t; });
+      // tIME dates a file that is new; sBIT and hIST describe samples and a
+      // palette the bars change; a background index or low-depth grey no longer fits.
+      const bool stale = type == "bKGD" && (png.type == 3 || png.depth < 8);
+      if ((named || ((type[3] & 0x20) && type != "tIME" && type != "sBIT" && type != "hIST")) && !stale) {
+        frame.chunks.push_back(Chunk{type, data});
+      } else if (frame.dropped.find(type) == std::string::npos) {
+        frame.dropped += (frame.dropped.empty() ? "" : " ") + type;
+      }
+      if (type == "pHYs" && length == 9) {
+        frame.phys_x = Be32(bytes + at - 13);
+        frame.phys_y = Be32(bytes + at - 9);
+        frame.pixel_aspect = std::to_string(frame.phys_x) + ":" + std::to_string(frame.phys_y) +
+                             " pixels per " + (bytes[at - 5] == 1 ? "metre" : "unit");
+      }
+    }
+  }
+  if (png.type == 3 && (png.palette.empty() || png.palette.size() % 3 != 0 || png.palette.size() > 768))
+    Bad(path, "its palette is missing or malformed");
+  frame.width = static_cast<int>(png.width);
+  frame.height = static_cast<int>(png.height);
+  frame.channels = (png.type & 2 ? 3 : 1) + ((png.type & 4) || !png.trns.empty() ? 1 : 0);
+  frame.deep = png.depth == 16;
+  Check(path, png, frame);
+  return png;
+}
+
+std::string Load(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw ToolError(kExitInput, "cannot open " + path + ": " + std::strerror(errno));
+  std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) throw ToolError(kExitInput, "cannot read " + path + ": " + std::strerror(errno));
+  return file;
+}
+
+// Undoes the row filters of `rows` rows of `stride` bytes (after their filter byte).
+bool Unfilter(std::uint8_t* data, std::size_t rows, std::size_t stride, std::size_t bpp) {
+  const std::uint8_t* prev = nullptr;
+  for (std::size_t r = 0; r < rows; ++r, data += stride + 1) {
+    std::uint8_t* x = data + 1;
+    const int filter = data[0];
+    for (std::size_t i = 0; i < stride && filter != 0; ++i) {
+      const int a = i >= bpp ? x[i - bpp] : 0, b = prev ? prev[i] : 0,
+                c = prev && i >= bpp ? prev[i - bpp] : 0;
+      const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
+      const int predicted[] = {0, a, b, (a + b) / 2, pa <= pb && pa <= pc ? a : pb <= pc ? b : c};
+      if (filter > 4) return false;
+      x[i] = static_cast<std::uint8_t>(x[i] + predicted[filter]);
+    }
+    prev = x;
+  }
+  return true;
+}
+
+// Sample `index` of a row of `depth`-bit samples.
+unsigned SampleAt(const std::uint8_t* row, std::size_t index, int depth) {
+  if (depth == 16) return unsigned{row[2 * index]} << 8 | row[2 * index + 1];
+  if (depth == 8) return row[index];
+  const std::size_t bit = index * static_cast<std::size_t>(depth);
+  return (row[bit / 8] >> (8 - depth - bit % 8)) & ((1u << depth) - 1);
+}
+
+// Pixel x of an unfiltered row into the frame's form: palette entries,
+// low-depth grey widened to 8 bits, tRNS to alpha.
+void Expand(const Png& png, const std::uint8_t* row, std::size_t x, std::uint8_t* out, int channels) {
+  const int samples = png.type == 3 ? 1 : (png.type & 2 ? 3 : 1) + (png.type & 4 ? 1 : 0);
+  unsigned v[4] = {0, 0, 0, 0}, alpha = png.depth == 16 ? 65535u : 255u;
+  for (int c = 0; c < samples; ++c)
+    v[c] = SampleAt(row, x * static_cast<std::size_t>(samples) + c, png.depth);
+  if (png.type & 4) alpha = v[samples - 1];
+  if (png.type == 3) {
+    const std::size_t i = v[0];
+    alpha = i < png.trns.size() ? static_cast<std::uint8_t>(png.trns[i]) : 255;
+    for (int c = 0; c < 3; ++c)
+      v[c] = i * 3 < png.palette.size() ? static_cast<std::uint8_t>(png.palette[i * 3 + c]) : 0;
+  } else if (png.trns.size() >= static_cast<std::size_t>(samples) * 2) {
+    const auto* t = reinterpret_cast<const std::uint8_t*>(png.trns.data());
+    bool match = true;
+    for (int c = 0; c < samples; ++c) match = match && v[c] == (unsigned{t[2 * c]} << 8 | t[2 * c + 1]);
+    if (match) alpha = 0;
+  }
+  if (png.depth < 8 && png.type == 0) v[0] = v[0] * 255 / ((1u << png.depth) - 1);
+  v[channels - 1] = channels % 2 == 0 ? alpha : v[channels - 1];
+  for (int c = 0; c < channels; ++c) {
+    if (png.depth == 16) {
+      out[2 * c] = static_cast<std::uint8_t>(v[c] >> 8);
+      out[2 * c + 1] = static_cast<std::uint8_t>(v[c]);
+    } else {
+      out[c] = static_cast<std::uint8_t>(v[c]);
+    }
+  }
+}
+
+void Decode(const std::string& path, const Png& png, Frame& frame) {
+  static constexpr int kX0[] = {0, 4, 0, 2, 0, 1, 0}, kY0[] = {0, 0, 4, 0, 2, 0, 1};
+  static constexpr int kDx[] = {8, 8, 4, 4, 2, 2, 1}, kDy[] = {8, 8, 8, 4, 4, 2, 2};
+  const int samples = png.type == 3 ? 1 : (png.type & 2 ? 3 : 1) + (png.type & 4 ? 1 : 0);
+  const std::size_t bits = static_cast<std::size_t>(samples * png.depth),
+                    bpp = std::max<std::size_t>(bits / 8, 1);
+  const int passes = png.interlace ? 7 : 1;
+  std::size_t size = 0;
+  const auto pass_size = [&](int p, std::size_t* w, std::size_t* h) {
+    *w = png.interlace ? (png.width - kX0[p] + kDx[p] - 1) / kDx[p] : png.width;
+    *h = png.interlace ? (png.height - kY0[p] + kDy[p] - 1) / kDy[p] : png.height;
+    return *w == 0 || *h == 0 ? 0 : *h * (1 + (*w * bits + 7) / 8);
+  };
+  std::size_t w = 0, h = 0;
+  for (int p = 0; p < passes; ++p) size += pass_size(p, &w, &h);
+  thread_local std::vector<std::uint8_t> raw;
+  raw.resize(size);
+  thread_local std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> inflater(
+      libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
+  if (!inflater) throw std::bad_alloc();
+  std::size_t got = 0;
+  const libdeflate_result result =
+      libdeflate_zlib_decompress(inflater.get(), png.idat.data(), png.idat.size(), raw.data(), size, &got);
+  if (result == LIBDEFLATE_INSUFFICIENT_SPACE) Bad(path, "it holds more image data than its header says");
+  if (result != LIBDEFLATE_SUCCESS || got != size) Bad(path, "its image data is corrupt or cut short");
+  frame.Resize(frame.width, frame.height, frame.channels, frame.deep);
+  std::uint8_t* data = raw.data();
+  for (int p = 0; p < passes; ++p) {
+    const std::size_t bytes = pass_size(p, &w, &h), stride = (w * bits + 7) / 8;
+    if (bytes == 0) continue;
+    if (!Unfilter(data, h, stride, bpp)) Bad(path, "its image data has an unknown row filter");
+    const bool direct = !png.interlace && png.depth >= 8 && png.type != 3 && png.trns.empty();
+    for (std::size_t j = 0; j < h; ++j) {
+      const std::uint8_t* row = data + j * (stride + 1) + 1;
+      const int y = png.interlace ? kY0[p] + static_cast<int>(j) * kDy[p] : static_cast<int>(j);
+      if (direct) {
+        std::memcpy(frame.row(y), row, stride);
+        continue;
+      }
+      for (std::size_t i = 0; i < w; ++i) {
+        const std::size_t x = png.interlace ? kX0[p] + i * kDx[p] : i;
+        Expand(png, row, i, frame.row(y) + x * frame.pixel_bytes(), frame.channels);
+      }
+    }
+    data += bytes;
+  }
 }
 
 }  // namespace
@@ -157,28 +256,14 @@ void Frame::Resize(int w, int h, int c, bool d) {
 }
 
 Frame ReadHeader(const std::string& path) {
-  Reader r;
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(nullptr, &std::fclose);
-  Header h;
   Frame frame;
-  Open(path, r, file, h, frame);
-  Sort(r, h, frame);  // the chunks before the image data
+  Parse(path, Load(path), frame);
   return frame;
 }
 
 void ReadFrame(const std::string& path, Frame& frame) {
-  Reader r;
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(nullptr, &std::fclose);
-  Header h;
-  Open(path, r, file, h, frame);
-  struct stat st {};
-  fstat(fileno(file.get()), &st);
-  Check(path, h, frame, static_cast<long>(st.st_size));
-  frame.Resize(frame.width, frame.height, frame.channels, frame.deep);
-  std::vector<png_bytep> rows(static_cast<std::size_t>(frame.height));
-  for (int y = 0; y < frame.height; ++y) rows[static_cast<std::size_t>(y)] = frame.row(y);
-  if (!Rows(&r, rows.data())) throw ToolError(kExitInput, "cannot read " + path + ": " + r.message);
-  Sort(r, h, frame);
+  const std::string file = Load(path);
+  Decode(path, Parse(path, file, frame), frame);
 }
 
 namespace {
@@ -245,13 +330,11 @@ std::string WriteFrame(std::FILE* file, const Frame& frame, const WriteSettings&
   std::string header;
   Put32(header, static_cast<std::uint32_t>(frame.width));
   Put32(header, static_cast<std::uint32_t>(frame.height));
-  static const char kType[] = {0, PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GA, PNG_COLOR_TYPE_RGB,
-                               PNG_COLOR_TYPE_RGBA};
+  static const char kType[] = {0, 0, 4, 2, 6};  // colour type by channels: grey, grey+alpha, RGB, RGBA
   header += static_cast<char>(frame.deep ? 16 : 8);
   header += kType[frame.channels];
   header += std::string(3, '\0');  // deflate, adaptive filtering, no interlace
-  static const png_byte kSignature[8] = {137, 80, 78, 71, 13, 10, 26, 10};
-  std::fwrite(kSignature, 1, sizeof kSignature, file);
+  std::fwrite(kSignature, 1, 8, file);
   Write(file, "IHDR", header.data(), header.size());
   for (const Chunk& chunk : frame.chunks)
     Write(file, chunk.type.c_str(), chunk.data.data(), chunk.data.size());

@@ -1,5 +1,6 @@
 #include "tools/cinebar/sequence.h"
 
+#include <tbb/global_control.h>
 #include <tbb/parallel_pipeline.h>
 #include <tbb/task_arena.h>
 
@@ -56,6 +57,8 @@ PipelineResult RenderSequence(const std::vector<FramePair>& frames, Layer& layer
   Job failure;
   PipelineResult result;
 
+  const tbb::global_control threads(tbb::global_control::max_allowed_parallelism,
+                                    static_cast<std::size_t>(settings.jobs));
   tbb::task_arena arena(settings.jobs);
   arena.execute([&] {
     tbb::parallel_pipeline(

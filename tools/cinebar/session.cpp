@@ -198,7 +198,7 @@ void ToWorldRow(const std::uint8_t* in, int width, std::uint8_t* out) {
   using Sample = std::conditional_t<kDeep, std::uint16_t, std::uint8_t>;
   auto* o = reinterpret_cast<Sample*>(out);
   for (int x = 0; x < width; ++x, in += kChannels * sizeof(Sample), o += 4) {
-    Sample s[4];
+    Sample s[4] = {0, 0, 0, 0};
     for (int c = 0; c < kChannels; ++c) {
       if constexpr (kDeep) {
         s[c] = ToHost16(static_cast<std::uint16_t>(in[2 * c] << 8 | in[2 * c + 1]));
@@ -251,7 +251,7 @@ void Take(const std::uint8_t* row, int x, bool deep, std::uint16_t* rgba) {
 
 // An input pixel in file units, RGBA (grey spread, alpha full when it has none).
 void Source(const Frame& in, const std::uint8_t* p, std::uint16_t* rgba) {
-  std::uint16_t s[4];
+  std::uint16_t s[4] = {0, 0, 0, 0};
   for (int c = 0; c < in.channels; ++c)
     s[c] = in.deep ? static_cast<std::uint16_t>(p[2 * c] << 8 | p[2 * c + 1]) : p[c];
   const bool color = in.color();
