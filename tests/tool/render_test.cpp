@@ -73,34 +73,28 @@ TEST_P(Renders, PictureBitForBitAndBarsAsDocumented) {
   EXPECT_EQ(wrong, 0);
 }
 
+// 720x480 at 10/11 pixels: pillarbox 8..712 for 4:3; 960x540 at half resolution, or
+// 1920x540 at half height: letterbox 66..474 for 2.35.
 INSTANTIATE_TEST_SUITE_P(
     Settings, Renders,
-    ::testing::Values(RenderCase{"letterbox", "rgb", false, 1920, 1080, 0x20A040, "--preset 2.35", 0, 131,
-                                 1920, 948, false, 3},
-                      RenderCase{"pillarbox_cleared", "rgb", false, 1920, 1080, 0x20A040,
+    ::testing::Values(RenderCase{"cleared_8", "rgb", false, 1920, 1080, 0x20A040,
                                  "--preset 4:3 --render on-transparent", 240, 0, 1680, 1080, true, 4},
-                      RenderCase{"ntsc_pixels", "rgba", false, 720, 480, 0x20A040,
+                      RenderCase{"rgba_8", "rgba", false, 720, 480, 0x20A040,
                                  "--preset 4:3 --pixel-aspect 10/11", 8, 0, 712, 480, false, 4},
-                      RenderCase{"grey_bars_keep_grey", "gray", false, 1920, 1080, 0x404040, "--ratio 2.76",
-                                 0, 192, 1920, 887, false, 1},
-                      RenderCase{"rgb16_half_resolution", "rgb", true, 960, 540, 0x20A040,
-                                 "--preset 2.35 --downsample 1/2", 0, 66, 960, 474, false, 4},
+                      RenderCase{"rgb16", "rgb", true, 960, 540, 0x20A040, "--preset 2.35 --downsample 1/2",
+                                 0, 66, 960, 474, false, 4},
                       RenderCase{"rgb16_opaque", "rgb", true, 960, 540, 0x102030,
-                                 "--preset Anamorphic --opaque-bars "
-                                 "--downsample 1/2",
-                                 0, 66, 960, 474, false, 3},
-                      RenderCase{"grey16_half_height", "gray", true, 1920, 540, 0x404040,
+                                 "--preset Anamorphic --opaque-bars --downsample 1/2", 0, 66, 960, 474, false,
+                                 3},
+                      RenderCase{"grey16", "gray", true, 1920, 540, 0x404040,
                                  "--ratio 2.35 --downsample 1/1,1/2", 0, 66, 1920, 474, false, 2},
                       RenderCase{"grey16_opaque", "gray", true, 720, 480, 0x404040,
-                                 "--preset 4:3 --pixel-aspect 10/11 "
-                                 "--opaque-bars",
-                                 8, 0, 712, 480, false, 1},
+                                 "--preset 4:3 --pixel-aspect 10/11 --opaque-bars", 8, 0, 712, 480, false, 1},
                       RenderCase{"grey_alpha16", "ga", true, 720, 480, 0x404040,
                                  "--preset 4:3 --pixel-aspect 10/11", 8, 0, 712, 480, false, 2},
                       RenderCase{"rgba16_opaque_cleared", "rgba", true, 720, 480, 0x102030,
-                                 "--preset 4:3 --pixel-aspect 10/11 "
-                                 "--opaque-bars --render on-transparent",
-                                 8, 0, 712, 480, true, 4}));
+                                 "--preset 4:3 --pixel-aspect 10/11 --opaque-bars --render on-transparent", 8,
+                                 0, 712, 480, true, 4}));
 
 // A grey picture with square-inch pixel counts 11 across, 10 down (10/11
 // pixels, as NTSC), a comment and a time: grey bars keep it grey, the

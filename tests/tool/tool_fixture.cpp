@@ -113,15 +113,22 @@ std::string PngChunk(const std::string& type, const std::string& data) {
   return chunk.insert(4, body);
 }
 
+std::string Png(const std::string& header, const std::string& idat) {
+  return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header + std::string(3, '\0')) + PngChunk("IDAT", idat) +
+         PngChunk("IEND", "");
+}
+
 std::vector<std::string> Words(const std::string& text) {
   std::istringstream in(text);
   return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
-::testing::AssertionResult OneLineError(const Outcome& outcome) {
+::testing::AssertionResult ErrorLines(const Outcome& outcome) {
   const std::string& err = outcome.err;
-  if (err.rfind("cinebar: ", 0) != 0 || std::count(err.begin(), err.end(), '\n') != 1 || err.back() != '\n')
-    return ::testing::AssertionFailure() << "not one line \"cinebar: ...\": \"" << err << "\"";
+  for (std::size_t at = 0; at < err.size(); at = err.find('\n', at) + 1)
+    if (err.compare(at, 9, "cinebar: ") != 0 || err.find('\n', at) == std::string::npos)
+      return ::testing::AssertionFailure() << "not lines of \"cinebar: ...\": \"" << err << "\"";
+  if (err.empty()) return ::testing::AssertionFailure() << "nothing on stderr";
   return ::testing::AssertionSuccess();
 }
 

@@ -50,13 +50,15 @@ struct Decoded {
 };
 Decoded Decode(const std::string& path);
 
-// A PNG chunk: length, type, data and CRC.
+// A PNG chunk: length, type, data and CRC; a PNG file of a 10-byte header
+// (width, height, depth, colour type) and image data.
 std::string PngChunk(const std::string& type, const std::string& data);
+std::string Png(const std::string& header, const std::string& idat);
 
 // The words of a text separated by spaces.
 std::vector<std::string> Words(const std::string& text);
 
-// One line on stderr, starting "cinebar: ".
-::testing::AssertionResult OneLineError(const Outcome& outcome);
+// Lines on stderr, each starting "cinebar: ".
+::testing::AssertionResult ErrorLines(const Outcome& outcome);
 
 }  // namespace cinebar_tool_test
