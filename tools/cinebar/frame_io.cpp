@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "tools/cinebar/frame.h"
 #include "tools/cinebar/tool_error.h"
@@ -79,7 +79,7 @@ Png Parse(const std::string& path, const std::string& file, Frame& frame) {
     const std::uint32_t length = Be32(bytes + at);
     const std::string type = file.substr(at + 4, 4);
     if (length > file.size() - at - 12) Bad(path, "the " + type + " chunk runs past the end of the file");
-    const std::string data = file.substr(at + 8, length);
+    const std::string_view data(file.data() + at + 8, length);
     if (libdeflate_crc32(0, bytes + at + 4, length + 4) != Be32(bytes + at + 8 + length))
       Bad(path, "the " + type + " chunk fails its CRC");
     at += 12 + length;
@@ -93,9 +93,9 @@ Png Parse(const std::string& path, const std::string& file, Frame& frame) {
           !std::strchr(kDepths[png.type], png.depth) || h[10] != 0 || h[11] != 0 || png.interlace > 1)
         Bad(path, "its header is not a valid PNG header");
     } else if (type == "PLTE") {
-      png.palette = data;
+      png.palette = std::string(data);
     } else if (type == "tRNS") {
-      png.trns = data;
+      png.trns = std::string(data);
     } else if (type == "IDAT") {
       png.idat += data;
     } else if (type == "IEND") {
@@ -109,7 +109,7 @@ Png Parse(const std::string& path, const std::string& file, Frame& frame) {
       // palette the bars change; a background index or low-depth grey no longer fits.
       const bool stale = type == "bKGD" && (png.type == 3 || png.depth < 8);
       if ((named || ((type[3] & 0x20) && type != "tIME" && type != "sBIT" && type != "hIST")) && !stale) {
-        frame.chunks.push_back(Chunk{type, data});
+        frame.chunks.push_back(Chunk{type, std::string(data)});
       } else if (frame.dropped.find(type) == std::string::npos) {
         frame.dropped += (frame.dropped.empty() ? "" : " ") + type;
       }
@@ -131,12 +131,17 @@ Png Parse(const std::string& path, const std::string& file, Frame& frame) {
   return png;
 }
 
-std::string Load(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw ToolError(kExitInput, "cannot open " + path + ": " + std::strerror(errno));
-  std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) throw ToolError(kExitInput, "cannot read " + path + ": " + std::strerror(errno));
-  return file;
+// The file's bytes, in memory kept by the thread for the next file.
+const std::string& Load(const std::string& path) {
+  thread_local std::string bytes;
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+  struct stat st {};
+  if (!file || fstat(fileno(file.get()), &st) != 0)
+    throw ToolError(kExitInput, "cannot open " + path + ": " + std::strerror(errno));
+  bytes.resize(static_cast<std::size_t>(st.st_size));
+  if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
+    throw ToolError(kExitInput, "cannot read " + path + ": " + std::strerror(errno));
+  return bytes;
 }
 
 // Undoes the row filters of `rows` rows of `stride` bytes (after their filter byte).
@@ -144,14 +149,37 @@ bool Unfilter(std::uint8_t* data, std::size_t rows, std::size_t stride, std::siz
   const std::uint8_t* prev = nullptr;
   for (std::size_t r = 0; r < rows; ++r, data += stride + 1) {
     std::uint8_t* x = data + 1;
-    const int filter = data[0];
-    for (std::size_t i = 0; i < stride && filter != 0; ++i) {
-      const int a = i >= bpp ? x[i - bpp] : 0, b = prev ? prev[i] : 0,
-                c = prev && i >= bpp ? prev[i - bpp] : 0;
-      const int p = a + b - c, pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
-      const int predicted[] = {0, a, b, (a + b) / 2, pa <= pb && pa <= pc ? a : pb <= pc ? b : c};
-      if (filter > 4) return false;
-      x[i] = static_cast<std::uint8_t>(x[i] + predicted[filter]);
+    const auto left = [&](std::size_t i) { return i >= bpp ? x[i - bpp] : 0; };
+    // Filters 0 to 4; on the first row, with no row above, Up, Average and Paeth as 6, 7 and 8.
+    switch (data[0] > 4 ? -1 : prev == nullptr && data[0] >= 2 ? data[0] + 4 : data[0]) {
+      case 0:
+      case 6:  // Up with nothing above
+        break;
+      case 1:
+        for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp]);
+        break;
+      case 2:
+        for (std::size_t i = 0; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + prev[i]);
+        break;
+      case 3:
+        for (std::size_t i = 0; i < stride; ++i)
+          x[i] = static_cast<std::uint8_t>(x[i] + (left(i) + prev[i]) / 2);
+        break;
+      case 7:  // Average with nothing above
+        for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp] / 2);
+        break;
+      case 4:
+        for (std::size_t i = 0; i < stride; ++i) {
+          const int a = left(i), b = prev[i], c = i >= bpp ? prev[i - bpp] : 0;
+          const int pa = std::abs(b - c), pb = std::abs(a - c), pc = std::abs(a + b - 2 * c);
+          x[i] = static_cast<std::uint8_t>(x[i] + (pa <= pb && pa <= pc ? a : pb <= pc ? b : c));
+        }
+        break;
+      case 8:  // Paeth with nothing above: the left byte
+        for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp]);
+        break;
+      default:
+        return false;
     }
     prev = x;
   }
@@ -262,7 +290,7 @@ Frame ReadHeader(const std::string& path) {
 }
 
 void ReadFrame(const std::string& path, Frame& frame) {
-  const std::string file = Load(path);
+  const std::string& file = Load(path);
   Decode(path, Parse(path, file, frame), frame);
 }
 

@@ -12,7 +12,7 @@
 
 namespace cinebar_tool {
 
-constexpr int kDefaultCompression = 4;
+constexpr int kDefaultCompression = 1;
 
 // An edit the user asked for.
 struct RequestedEdit {
