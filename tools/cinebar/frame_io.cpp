@@ -35,7 +35,8 @@ std::uint32_t Be32(const std::uint8_t* p) {
 struct Png {  // what the chunks say, the image data still compressed
   std::uint32_t width = 0, height = 0;
   int depth = 0, type = 0, interlace = 0;
-  std::string palette, trns, idat;
+  std::string palette, trns;
+  std::string_view idat;  // the one IDAT chunk in the file, or the thread's joined copy of several
 };
 
 [[noreturn]] void Bad(const std::string& path, const std::string& why) {
@@ -97,7 +98,14 @@ Png Parse(const std::string& path, const std::string& file, Frame& frame) {
     } else if (type == "tRNS") {
       png.trns = std::string(data);
     } else if (type == "IDAT") {
-      png.idat += data;
+      thread_local std::string joined;
+      if (png.idat.empty()) {
+        png.idat = data;
+      } else {
+        if (png.idat.data() != joined.data()) joined.assign(png.idat);
+        joined += data;
+        png.idat = joined;
+      }
     } else if (type == "IEND") {
       break;
     } else if (!(type[0] & 0x20)) {
