@@ -114,16 +114,31 @@ int Render(const Options& options, Console& console) {
     console.err << "cinebar: warning: frames " << gap << " (rendering the others; --no-gaps stops)\n";
   }
   if (!options.dry_run) PrepareOutputs(frames, options.overwrite);
-  const Frame first = ReadHeader(frames[0].in);
+  Frame first;  // the first readable frame's header (with --skip-bad, past unreadable ones)
+  std::size_t at = 0;
+  for (;; ++at) {
+    try {
+      first = ReadHeader(frames[at].in);
+      break;
+    } catch (const ToolError& e) {
+      if (!options.skip_bad || e.code() != kExitInput || at + 1 == frames.size()) throw;
+    }
+  }
   std::string aspect_source;
-  const PF_RationalScale aspect = PixelAspect(options, first, frames[0].in, &aspect_source);
+  const PF_RationalScale aspect = PixelAspect(options, first, frames[at].in, &aspect_source);
   Session session(ModulePath(options, console), aspect, options.downsample_x, options.downsample_y);
   const std::vector<Edit> edits = ResolveEdits(session, options.edits);
   Layer layer(session);
   for (const Edit& edit : edits) layer.Change(edit);
   std::vector<Frame> sizes{first};
-  for (std::size_t i = 1; options.dry_run && i < frames.size(); ++i) {
-    Frame f = ReadHeader(frames[i].in);
+  for (std::size_t i = at + 1; options.dry_run && i < frames.size(); ++i) {
+    Frame f;
+    try {
+      f = ReadHeader(frames[i].in);
+    } catch (const ToolError& e) {
+      if (options.skip_bad && e.code() == kExitInput) continue;
+      throw;
+    }
     if (std::none_of(sizes.begin(), sizes.end(), [&](const Frame& s) {
           return s.width == f.width && s.height == f.height && s.deep == f.deep;
         }))
