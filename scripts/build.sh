@@ -46,5 +46,5 @@ echo "Signed by: $signer"
 # native build of the same module and the simulated host.
 cmake --preset native-release
 cmake --build --preset native-release --target cinebar
-build/native-release/tools/cinebar/cinebar demo --out dist/previews
+build/native-release/tools/cinebar/cinebar demo --out dist/previews --overwrite
 echo "Previews: dist/previews/ (contact sheet: dist/previews/contact-sheet.png)"

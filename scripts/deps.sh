@@ -6,15 +6,18 @@ CINEBAR_PACKAGES=(
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64  # the Windows module
   wine64                                                # Windows tests
   googletest libgtest-dev libbenchmark-dev              # tests and benchmarks
-  libpng-dev libdeflate-dev pkg-config                  # tool's image input and output
+  libdeflate-dev pkg-config                             # the tool's PNG image data (inflate, deflate)
+  libcli11-dev libtbb-dev                               # the tool's command line and frame pipeline
+  libpng-dev                                            # tool tests: an independent PNG writer and reader
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
   nsis zip unzip osslsigncode openssl                   # packaging and signing
   wixl python3 python3-olefile                          # the MSI package
   softhsm2 libengine-pkcs11-openssl                     # tests of signing through PKCS#11
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
-# The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against ffmpeg.
-CINEBAR_BENCH_PACKAGES=(ffmpeg)
+# The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against
+# ffmpeg, on frames it makes from the photographs of MATE's wallpapers.
+CINEBAR_BENCH_PACKAGES=(ffmpeg mate-backgrounds)
 
 # Prints the packages named (default: CINEBAR_PACKAGES) that are not installed.
 cinebar_missing_packages() {

@@ -46,16 +46,25 @@ const Glyph* Find(char c) {
   return nullptr;
 }
 
-void Put(Image& image, int x, int y, Rgb c) {
-  if (x < 0 || y < 0 || x >= image.width || y >= image.height) return;
-  std::uint16_t* p = image.at(x, y);
-  p[0] = static_cast<std::uint16_t>(c.r);
-  p[1] = static_cast<std::uint16_t>(c.g);
-  p[2] = static_cast<std::uint16_t>(c.b);
-  p[3] = image.max_value();
+std::uint8_t* At(const Frame& image, int x, int y) {
+  return const_cast<std::uint8_t*>(image.row(y)) + static_cast<std::size_t>(x) * image.pixel_bytes();
 }
 
-void Box(Image& image, int x0, int y0, int x1, int y1, Rgb c) {
+void Put(Frame& image, int x, int y, Rgb c) {
+  if (x < 0 || y < 0 || x >= image.width || y >= image.height) return;
+  std::uint8_t* p = At(image, x, y);
+  p[0] = static_cast<std::uint8_t>(c.r);
+  p[1] = static_cast<std::uint8_t>(c.g);
+  p[2] = static_cast<std::uint8_t>(c.b);
+}
+
+Frame Opaque(int width, int height) {
+  Frame frame;
+  frame.Resize(width, height, 3, false);
+  return frame;
+}
+
+void Box(Frame& image, int x0, int y0, int x1, int y1, Rgb c) {
   for (int y = std::max(y0, 0); y < std::min(y1, image.height); ++y) {
     for (int x = std::max(x0, 0); x < std::min(x1, image.width); ++x) Put(image, x, y, c);
   }
@@ -69,7 +78,7 @@ int TextWidth(const std::string& text, int scale) {
   return text.empty() ? 0 : (static_cast<int>(text.size()) * kAdvance - 1) * scale;
 }
 
-int DrawText(Image& image, int x, int y, const std::string& text, int scale, Rgb color) {
+int DrawText(Frame& image, int x, int y, const std::string& text, int scale, Rgb color) {
   int pen = x;
   for (char c : text) {
     if (const Glyph* g = Find(c)) {
@@ -86,8 +95,8 @@ int DrawText(Image& image, int x, int y, const std::string& text, int scale, Rgb
   return TextWidth(text, scale);
 }
 
-Image MakeTestChart(int width, int height) {
-  Image chart(width, height, false);
+Frame MakeTestChart(int width, int height) {
+  Frame chart = Opaque(width, height);
   Box(chart, 0, 0, width, height, Rgb{48, 52, 60});
   // Colour bars in the middle half, a grey ramp below them.
   const Rgb bars[] = {{235, 235, 235}, {235, 235, 16}, {16, 235, 235}, {16, 235, 16},
@@ -134,26 +143,28 @@ Image MakeTestChart(int width, int height) {
   return chart;
 }
 
-Image Shrink(const Image& image, int factor) {
+Frame Shrink(const Frame& image, int factor) {
   factor = std::max(factor, 1);
-  Image small(image.width / factor, image.height / factor, image.deep);
+  Frame small;
+  small.Resize(image.width / factor, image.height / factor, image.channels, false);
   const std::uint32_t area = static_cast<std::uint32_t>(factor * factor);
   for (int y = 0; y < small.height; ++y) {
     for (int x = 0; x < small.width; ++x) {
       std::uint32_t sum[4] = {0, 0, 0, 0};
       for (int dy = 0; dy < factor; ++dy) {
         for (int dx = 0; dx < factor; ++dx) {
-          const std::uint16_t* p = image.at(x * factor + dx, y * factor + dy);
-          for (int c = 0; c < 4; ++c) sum[c] += p[c];
+          const std::uint8_t* p = At(image, x * factor + dx, y * factor + dy);
+          for (int c = 0; c < image.channels; ++c) sum[c] += p[c];
         }
       }
-      for (int c = 0; c < 4; ++c) small.at(x, y)[c] = static_cast<std::uint16_t>((sum[c] + area / 2) / area);
+      for (int c = 0; c < image.channels; ++c)
+        At(small, x, y)[c] = static_cast<std::uint8_t>((sum[c] + area / 2) / area);
     }
   }
   return small;
 }
 
-Image MakeContactSheet(const std::vector<Tile>& tiles, int columns, const std::string& title) {
+Frame MakeContactSheet(const std::vector<Tile>& tiles, int columns, const std::string& title) {
   const int margin = 24, label_height = kGlyphHeight * 2 + 12, title_height = kGlyphHeight * 3 + 2 * margin;
   int cell_w = 0, cell_h = 0;
   for (const Tile& t : tiles) {
@@ -162,25 +173,22 @@ Image MakeContactSheet(const std::vector<Tile>& tiles, int columns, const std::s
   }
   columns = std::max(columns, 1);
   const int rows = (static_cast<int>(tiles.size()) + columns - 1) / columns;
-  Image sheet(margin + columns * (cell_w + margin), title_height + rows * (cell_h + label_height + margin),
-              false);
+  Frame sheet =
+      Opaque(margin + columns * (cell_w + margin), title_height + rows * (cell_h + label_height + margin));
   Box(sheet, 0, 0, sheet.width, sheet.height, Rgb{28, 28, 32});
   DrawText(sheet, margin, margin, title, 3, Rgb{240, 240, 240});
   for (std::size_t i = 0; i < tiles.size(); ++i) {
-    const Image& pic = tiles[i].picture;
+    const Frame& pic = tiles[i].picture;
     const int x0 = margin + static_cast<int>(i % static_cast<std::size_t>(columns)) * (cell_w + margin);
     const int y0 = title_height +
                    static_cast<int>(i / static_cast<std::size_t>(columns)) * (cell_h + label_height + margin);
-    const int full = pic.max_value();
     for (int y = 0; y < pic.height; ++y) {
       for (int x = 0; x < pic.width; ++x) {
-        const std::uint16_t* p = pic.at(x, y);
+        const std::uint8_t* p = At(pic, x, y);
         const int checker = ((x / 8 + y / 8) % 2) ? 96 : 160;
+        const int alpha = pic.alpha() ? p[pic.channels - 1] : 255;
         int out[3];
-        for (int c = 0; c < 3; ++c) {
-          const int value = p[c] * 255 / full;
-          out[c] = (value * p[3] + checker * (full - p[3])) / full;
-        }
+        for (int c = 0; c < 3; ++c) out[c] = (p[pic.color() ? c : 0] * alpha + checker * (255 - alpha)) / 255;
         Put(sheet, x0 + x, y0 + y, Rgb{out[0], out[1], out[2]});
       }
     }

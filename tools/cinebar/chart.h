@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/cinebar/image.h"
+#include "tools/cinebar/frame.h"
 
 namespace cinebar_tool {
 
@@ -16,25 +16,25 @@ struct Rgb {
 // Draws text (upper-cased; characters without a glyph are blank) with its
 // top-left corner at (x, y), each font pixel `scale` pixels square. Returns
 // the width drawn. Pixels outside the image are skipped.
-int DrawText(Image& image, int x, int y, const std::string& text, int scale, Rgb color);
+int DrawText(Frame& image, int x, int y, const std::string& text, int scale, Rgb color);
 int TextWidth(const std::string& text, int scale);
 constexpr int kGlyphHeight = 7;
 
-// An opaque 8-bit chart: colour bars, a grey ramp, a grid every 120 pixels
+// An opaque 8-bit RGB chart: colour bars, a grey ramp, a grid every 120 pixels
 // with its coordinates written along the edges, a centre cross and circle.
-Image MakeTestChart(int width, int height);
+Frame MakeTestChart(int width, int height);
 
-// The image shrunk by a whole factor (box average of each factor x factor
-// block, in the image's own depth).
-Image Shrink(const Image& image, int factor);
+// An 8-bit frame shrunk by a whole factor (box average of each factor x
+// factor block), its channels kept.
+Frame Shrink(const Frame& image, int factor);
 
 struct Tile {
-  Image picture;      // a thumbnail
+  Frame picture;      // a thumbnail
   std::string label;  // written under it
 };
 
-// An opaque 8-bit sheet: tiles in rows of `columns`, each over a checkerboard
+// An opaque 8-bit RGB sheet: tiles in rows of `columns`, each over a checkerboard
 // so transparent pixels show, with its label underneath.
-Image MakeContactSheet(const std::vector<Tile>& tiles, int columns, const std::string& title);
+Frame MakeContactSheet(const std::vector<Tile>& tiles, int columns, const std::string& title);
 
 }  // namespace cinebar_tool

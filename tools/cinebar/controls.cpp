@@ -57,6 +57,7 @@ std::optional<double> RatioOfItem(const std::string& item) {
 std::optional<A_long> FindItem(const Control& popup, const std::string& text, int ratio_precision) {
   const std::string wanted = Lower(text);
   const auto number = ParseNumber(text);
+  std::vector<A_long> parts;  // items that hold the text
   for (std::size_t i = 0; i < popup.items.size(); ++i) {
     if (popup.is_separator(i)) continue;
     const std::string& item = popup.items[i];
@@ -69,7 +70,10 @@ std::optional<A_long> FindItem(const Control& popup, const std::string& text, in
       match = ratio && std::fabs(*ratio - *number) < 0.5 * std::pow(10.0, -ratio_precision);
     }
     if (match) return static_cast<A_long>(i + 1);
+    if (!number && !wanted.empty() && Lower(item).find(wanted) != std::string::npos)
+      parts.push_back(static_cast<A_long>(i + 1));
   }
+  if (parts.size() == 1) return parts[0];
   return std::nullopt;
 }
 

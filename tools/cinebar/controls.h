@@ -26,10 +26,10 @@ std::string ShortForm(const std::string& item);
 // "On Transparent" -> "on-transparent".
 std::string Slug(const std::string& text);
 
-// The 1-based popup item the text names. Preset items are found by their full
-// text, their short form, the short form without ":1", or their ratio (to the
-// slider's displayed precision); other popups by text or slug. Nullopt when
-// nothing matches.
+// The 1-based popup item the text names: by its full text, its slug, its
+// short form (or that without ":1"), for presets its ratio (to the slider's
+// displayed precision), else any part of one item's text that is not a
+// number ("anamorphic"). Nullopt when nothing or more than one item matches.
 std::optional<A_long> FindItem(const Control& popup, const std::string& text, int ratio_precision = -1);
 
 // Throws ToolError(kExitUsage) for a value the module's controls do not take.

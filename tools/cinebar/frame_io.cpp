@@ -1,177 +1,322 @@
-// libpng reports errors by longjmp: the functions holding a setjmp point keep
-// only plain pointers and call nothing that throws, so a jump back skips no
-// destructor; every C++ object they fill lives in the caller.
-#include "tools/cinebar/frame_io.h"
-
+// The one PNG reader and writer of the tool, on libdeflate: the file is read
+// whole, its image data inflated in one call (the Adler-32 checked with it)
+// and unfiltered here; the writer deflates the filtered rows in one call.
 #include <libdeflate.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <csetjmp>
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
 
-#include "tools/cinebar/png_report.h"
+#include "tools/cinebar/frame.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
 namespace {
 
-using cinebar_simhost::World;
+// The most a deflate stream inflates to: 258 bytes from a little over two bits.
+constexpr std::uint64_t kMaxInflation = 1032;
+constexpr char kSignature[] = "\x89PNG\r\n\x1a\n";
+// Ancillary chunks that stay true of an output whose picture samples are the
+// input's; chunks not named here are copied when their name marks them safe to copy.
+constexpr const char* kTrue[] = {"gAMA", "cHRM", "sRGB", "iCCP", "pHYs", "eXIf", "tEXt",
+                                 "zTXt", "iTXt", "sPLT", "oFFs", "pCAL", "sCAL"};
 
-struct ReadStruct {
-  png_structp png = nullptr;
-  png_infop info = nullptr;
-  ~ReadStruct() { png_destroy_read_struct(&png, info ? &info : nullptr, nullptr); }
+std::uint32_t Be32(const std::uint8_t* p) {
+  return std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 | std::uint32_t{p[2]} << 8 | p[3];
+}
+
+struct Png {  // what the chunks say, the image data still compressed
+  std::uint32_t width = 0, height = 0;
+  int depth = 0, type = 0, interlace = 0;
+  std::string palette, trns;
+  std::string_view idat;  // the one IDAT chunk in the file, or the thread's joined copy of several
 };
 
-// The header, and libpng told to give rows as the host's ARGB pixels.
-bool ReadHeader(png_structp png, png_infop info, std::FILE* file, FrameForm* form, int* passes) {
-  if (setjmp(png_jmpbuf(png))) return false;
-  png_init_io(png, file);
-  png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // our own limit, with its own message
-  // Every chunk's CRC is still checked; the image data's second checksum costs 8 % of a frame.
-  png_set_option(png, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
-  png_read_info(png, info);
-  const png_byte type = png_get_color_type(png, info);
-  form->width = static_cast<int>(png_get_image_width(png, info));
-  form->height = static_cast<int>(png_get_image_height(png, info));
-  form->deep = png_get_bit_depth(png, info) == 16;
-  form->color = (type & PNG_COLOR_MASK_COLOR) != 0;
-  form->alpha = (type & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(png, info, PNG_INFO_tRNS);
-  png_set_expand(png);
-  if (!form->color) png_set_gray_to_rgb(png);
-  if (form->alpha) {
-    png_set_swap_alpha(png);
-  } else {
-    png_set_filler(png, form->deep ? 0xFFFF : 0xFF, PNG_FILLER_BEFORE);
-  }
-  if (form->deep) png_set_swap(png);  // native byte order
-  *passes = png_set_interlace_handling(png);
-  png_read_update_info(png, info);
-  return true;
+[[noreturn]] void Bad(const std::string& path, const std::string& why) {
+  throw ToolError(kExitInput, "cannot read " + path + ": " + why);
 }
 
-void RowToHost16(std::uint16_t* row, int samples) {
-  for (int i = 0; i < samples; ++i)
-    row[i] = static_cast<std::uint16_t>((std::uint32_t{row[i]} * 65536u + 65535u) / 131070u);
-}
-
-bool ReadRows(png_structp png, png_infop info, PF_LayerDef* layer, int passes, bool deep) {
-  if (setjmp(png_jmpbuf(png))) return false;
-  auto* base = reinterpret_cast<png_bytep>(layer->data);
-  for (int pass = 0; pass < passes; ++pass) {
-    for (A_long y = 0; y < layer->height; ++y) {
-      png_bytep row = base + static_cast<std::size_t>(y) * static_cast<std::size_t>(layer->rowbytes);
-      png_read_row(png, row, nullptr);
-      if (deep && pass == passes - 1) RowToHost16(reinterpret_cast<std::uint16_t*>(row), layer->width * 4);
-    }
-  }
-  png_read_end(png, info);
-  return true;
-}
-
-PngChunks Chunks(png_structp png, png_infop info) {
-  PngChunks c;
-  png_fixed_point gamma = 0;
-  if (png_get_gAMA_fixed(png, info, &gamma)) c.gamma = gamma;
-  int intent = 0;
-  if (png_get_sRGB(png, info, &intent)) c.srgb_intent = intent;
-  png_charp name = nullptr;
-  int compression = 0;
-  png_bytep profile = nullptr;
-  png_uint_32 length = 0;
-  if (png_get_iCCP(png, info, &name, &compression, &profile, &length) && profile != nullptr) {
-    c.icc_name = name;
-    c.icc_profile.assign(profile, profile + length);
-  }
-  png_uint_32 x = 0, y = 0;
-  if (png_get_pHYs(png, info, &x, &y, &c.phys_unit)) {
-    c.phys_x = x;
-    c.phys_y = y;
-  }
-  png_textp texts = nullptr;
-  const int count = png_get_text(png, info, &texts, nullptr);
-  for (int i = 0; i < count; ++i) {
-    const png_text& t = texts[i];
-    c.texts.push_back(
-        {t.compression, t.key, t.text ? t.text : "", t.lang ? t.lang : "", t.lang_key ? t.lang_key : ""});
-  }
-  return c;
-}
-
-std::string Size(const FrameForm& f) {
+std::string Size(const Frame& f) {
   return std::to_string(f.width) + "x" + std::to_string(f.height) + (f.deep ? " at 16 bits" : " at 8 bits");
 }
 
-// Does the result need colour, alpha? Looks only as far as it must; the
-// loops are branch-free so that they vectorise.
-template <typename Sample>
-void Needs(PF_LayerDef* layer, Sample opaque, bool* color, bool* alpha) {
-  const auto* base = reinterpret_cast<const std::uint8_t*>(layer->data);
-  for (A_long y = 0; y < layer->height && !(*color && *alpha); ++y) {
-    const auto* p = reinterpret_cast<const Sample*>(base + static_cast<std::size_t>(y) *
-                                                               static_cast<std::size_t>(layer->rowbytes));
-    unsigned c = 0, a = 0;
-    for (A_long x = 0; x < layer->width; ++x, p += 4) {
-      a |= static_cast<unsigned>(p[0] ^ opaque);
-      c |= static_cast<unsigned>((p[1] ^ p[2]) | (p[2] ^ p[3]));
-    }
-    *color |= c != 0;
-    *alpha |= a != 0;
-  }
+// The frame's memory and its image data as the file's would inflate it.
+void Check(const std::string& path, const Png& png, const Frame& f) {
+  const std::uint64_t world = std::uint64_t{png.width} * png.height * (f.deep ? 8 : 4);
+  const int bits = png.depth * (png.type == 3 ? 1 : f.channels - (png.trns.empty() ? 0 : 1));
+  const std::uint64_t data = std::uint64_t{png.height} * (1 + (std::uint64_t{png.width} * bits + 7) / 8);
+  if (png.width > kMaxSide || png.height > kMaxSide)
+    throw ToolError(kExitInput, path + " is " + std::to_string(png.width) + "x" + std::to_string(png.height) +
+                                    ": the effect takes at most " + std::to_string(kMaxSide) +
+                                    " pixels a side");
+  if (world > kMaxWorldBytes)
+    throw ToolError(kExitInput, path + " is " + Size(f) + ", which needs " + std::to_string(world >> 20) +
+                                    " MiB; the simulated host's worlds hold at most " +
+                                    std::to_string(kMaxWorldBytes >> 20) + " MiB");
+  if (data > png.idat.size() * kMaxInflation)
+    Bad(path, "its " + std::to_string(png.idat.size()) + " bytes of image data cannot hold a " + Size(f) +
+                  " picture");
 }
 
-std::uint16_t HostToPng16(std::uint16_t s) {
-  return s >= 32768 ? 65535 : static_cast<std::uint16_t>((std::uint32_t{s} * 131070u + 32768u) >> 16);
-}
-
-// One row of ARGB pixels in the file's channel order (alpha last, grey from red).
-template <typename Sample, bool kColor, bool kAlpha>
-void PackRow(const Sample* p, int width, png_bytep out) {
-  constexpr int kChannels = (kColor ? 3 : 1) + (kAlpha ? 1 : 0);
-  for (int x = 0; x < width; ++x, p += 4) {
-    Sample s[4] = {p[1], kColor ? p[2] : p[0], kColor ? p[3] : p[0], p[0]};
-    for (int i = 0; i < kChannels; ++i) {
-      if constexpr (sizeof(Sample) == 1) {
-        out[i] = s[i];
+// Walks the chunks (CRCs checked), keeping the header, palette, tRNS, image
+// data and the ancillary chunks sorted into copied and dropped.
+Png Parse(const std::string& path, const std::string& file, Frame& frame) {
+  if (file.compare(0, 8, kSignature, 8) != 0) throw ToolError(kExitInput, path + " is not a PNG file");
+  Png png;
+  frame.chunks.clear();
+  frame.dropped.clear();
+  frame.pixel_aspect.clear();
+  frame.phys_x = frame.phys_y = 0;
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(file.data());
+  for (std::size_t at = 8;;) {
+    if (file.size() - at < 12) Bad(path, "the file ends inside a chunk (no IEND)");
+    const std::uint32_t length = Be32(bytes + at);
+    const std::string type = file.substr(at + 4, 4);
+    if (length > file.size() - at - 12) Bad(path, "the " + type + " chunk runs past the end of the file");
+    const std::string_view data(file.data() + at + 8, length);
+    if (libdeflate_crc32(0, bytes + at + 4, length + 4) != Be32(bytes + at + 8 + length))
+      Bad(path, "the " + type + " chunk fails its CRC");
+    at += 12 + length;
+    if (at == 20 + length && (type != "IHDR" || length != 13)) Bad(path, "it does not start with a header");
+    if (type == "IHDR") {
+      const auto* h = bytes + 16;
+      png.width = Be32(h), png.height = Be32(h + 4), png.depth = h[8], png.type = h[9], png.interlace = h[12];
+      static const char* const kDepths[] = {"\1\2\4\10\20", "", "\10\20", "\1\2\4\10",
+                                            "\10\20",       "", "\10\20"};
+      if (png.width == 0 || png.height == 0 || png.type > 6 || png.depth == 0 ||
+          !std::strchr(kDepths[png.type], png.depth) || h[10] != 0 || h[11] != 0 || png.interlace > 1)
+        Bad(path, "its header is not a valid PNG header");
+    } else if (type == "PLTE") {
+      png.palette = std::string(data);
+    } else if (type == "tRNS") {
+      png.trns = std::string(data);
+    } else if (type == "IDAT") {
+      thread_local std::string joined;
+      if (png.idat.empty()) {
+        png.idat = data;
       } else {
-        const std::uint16_t v = HostToPng16(s[i]);
-        out[2 * i] = static_cast<png_byte>(v >> 8);
-        out[2 * i + 1] = static_cast<png_byte>(v);
+        if (png.idat.data() != joined.data()) joined.assign(png.idat);
+        joined += data;
+        png.idat = joined;
+      }
+    } else if (type == "IEND") {
+      break;
+    } else if (!(type[0] & 0x20)) {
+      Bad(path, "it holds the unknown critical chunk " + type);
+    } else {
+      const bool named =
+          std::any_of(std::begin(kTrue), std::end(kTrue), [&](const char* t) { return type == t; });
+      // tIME dates a file that is new; sBIT and hIST describe samples and a
+      // palette the bars change; a background index or low-depth grey no longer fits.
+      const bool stale = type == "bKGD" && (png.type == 3 || png.depth < 8);
+      if ((named || ((type[3] & 0x20) && type != "tIME" && type != "sBIT" && type != "hIST")) && !stale) {
+        frame.chunks.push_back(Chunk{type, std::string(data)});
+      } else if (frame.dropped.find(type) == std::string::npos) {
+        frame.dropped += (frame.dropped.empty() ? "" : " ") + type;
+      }
+      if (type == "pHYs" && length == 9) {
+        frame.phys_x = Be32(bytes + at - 13);
+        frame.phys_y = Be32(bytes + at - 9);
+        frame.pixel_aspect = std::to_string(frame.phys_x) + ":" + std::to_string(frame.phys_y) +
+                             " pixels per " + (bytes[at - 5] == 1 ? "metre" : "unit");
       }
     }
-    out += kChannels * sizeof(Sample);
+  }
+  if (png.type == 3 && (png.palette.empty() || png.palette.size() % 3 != 0 || png.palette.size() > 768))
+    Bad(path, "its palette is missing or malformed");
+  frame.width = static_cast<int>(png.width);
+  frame.height = static_cast<int>(png.height);
+  frame.channels = (png.type & 2 ? 3 : 1) + ((png.type & 4) || !png.trns.empty() ? 1 : 0);
+  frame.deep = png.depth == 16;
+  Check(path, png, frame);
+  return png;
+}
+
+// The file's bytes, in memory kept by the thread for the next file.
+const std::string& Load(const std::string& path) {
+  thread_local std::string bytes;
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+  struct stat st {};
+  if (!file || fstat(fileno(file.get()), &st) != 0)
+    throw ToolError(kExitInput, "cannot open " + path + ": " + std::strerror(errno));
+  bytes.resize(static_cast<std::size_t>(st.st_size));
+  if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
+    throw ToolError(kExitInput, "cannot read " + path + ": " + std::strerror(errno));
+  return bytes;
+}
+
+// Undoes the row filters of `rows` rows of `stride` bytes (after their filter byte).
+bool Unfilter(std::uint8_t* data, std::size_t rows, std::size_t stride, std::size_t bpp) {
+  const std::uint8_t* prev = nullptr;
+  for (std::size_t r = 0; r < rows; ++r, data += stride + 1) {
+    std::uint8_t* x = data + 1;
+    const auto left = [&](std::size_t i) { return i >= bpp ? x[i - bpp] : 0; };
+    // Filters 0 to 4; on the first row, with no row above, Up, Average and Paeth as 6, 7 and 8.
+    switch (data[0] > 4 ? -1 : prev == nullptr && data[0] >= 2 ? data[0] + 4 : data[0]) {
+      case 0:
+      case 6:  // Up with nothing above
+        break;
+      case 1:
+        for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp]);
+        break;
+      case 2:
+        for (std::size_t i = 0; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + prev[i]);
+        break;
+      case 3:
+        for (std::size_t i = 0; i < stride; ++i)
+          x[i] = static_cast<std::uint8_t>(x[i] + (left(i) + prev[i]) / 2);
+        break;
+      case 7:  // Average with nothing above
+        for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp] / 2);
+        break;
+      case 4:
+        for (std::size_t i = 0; i < stride; ++i) {
+          const int a = left(i), b = prev[i], c = i >= bpp ? prev[i - bpp] : 0;
+          const int pa = std::abs(b - c), pb = std::abs(a - c), pc = std::abs(a + b - 2 * c);
+          x[i] = static_cast<std::uint8_t>(x[i] + (pa <= pb && pa <= pc ? a : pb <= pc ? b : c));
+        }
+        break;
+      case 8:  // Paeth with nothing above: the left byte
+        for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp]);
+        break;
+      default:
+        return false;
+    }
+    prev = x;
+  }
+  return true;
+}
+
+// Sample `index` of a row of `depth`-bit samples.
+unsigned SampleAt(const std::uint8_t* row, std::size_t index, int depth) {
+  if (depth == 16) return unsigned{row[2 * index]} << 8 | row[2 * index + 1];
+  if (depth == 8) return row[index];
+  const std::size_t bit = index * static_cast<std::size_t>(depth);
+  return (row[bit / 8] >> (8 - depth - bit % 8)) & ((1u << depth) - 1);
+}
+
+// Pixel x of an unfiltered row into the frame's form: palette entries,
+// low-depth grey widened to 8 bits, tRNS to alpha.
+void Expand(const Png& png, const std::uint8_t* row, std::size_t x, std::uint8_t* out, int channels) {
+  const int samples = png.type == 3 ? 1 : (png.type & 2 ? 3 : 1) + (png.type & 4 ? 1 : 0);
+  unsigned v[4] = {0, 0, 0, 0}, alpha = png.depth == 16 ? 65535u : 255u;
+  for (int c = 0; c < samples; ++c)
+    v[c] = SampleAt(row, x * static_cast<std::size_t>(samples) + c, png.depth);
+  if (png.type & 4) alpha = v[samples - 1];
+  if (png.type == 3) {
+    const std::size_t i = v[0];
+    alpha = i < png.trns.size() ? static_cast<std::uint8_t>(png.trns[i]) : 255;
+    for (int c = 0; c < 3; ++c)
+      v[c] = i * 3 < png.palette.size() ? static_cast<std::uint8_t>(png.palette[i * 3 + c]) : 0;
+  } else if (png.trns.size() >= static_cast<std::size_t>(samples) * 2) {
+    const auto* t = reinterpret_cast<const std::uint8_t*>(png.trns.data());
+    bool match = true;
+    for (int c = 0; c < samples; ++c) match = match && v[c] == (unsigned{t[2 * c]} << 8 | t[2 * c + 1]);
+    if (match) alpha = 0;
+  }
+  if (png.depth < 8 && png.type == 0) v[0] = v[0] * 255 / ((1u << png.depth) - 1);
+  v[channels - 1] = channels % 2 == 0 ? alpha : v[channels - 1];
+  for (int c = 0; c < channels; ++c) {
+    if (png.depth == 16) {
+      out[2 * c] = static_cast<std::uint8_t>(v[c] >> 8);
+      out[2 * c + 1] = static_cast<std::uint8_t>(v[c]);
+    } else {
+      out[c] = static_cast<std::uint8_t>(v[c]);
+    }
   }
 }
 
-template <typename Sample>
-void PackRow(const std::uint8_t* src, int width, bool color, bool alpha, png_bytep out) {
-  const auto* p = reinterpret_cast<const Sample*>(src);
-  if (color && alpha) PackRow<Sample, true, true>(p, width, out);
-  if (color && !alpha) PackRow<Sample, true, false>(p, width, out);
-  if (!color && alpha) PackRow<Sample, false, true>(p, width, out);
-  if (!color && !alpha) PackRow<Sample, false, false>(p, width, out);
+void Decode(const std::string& path, const Png& png, Frame& frame) {
+  static constexpr int kX0[] = {0, 4, 0, 2, 0, 1, 0}, kY0[] = {0, 0, 4, 0, 2, 0, 1};
+  static constexpr int kDx[] = {8, 8, 4, 4, 2, 2, 1}, kDy[] = {8, 8, 8, 4, 4, 2, 2};
+  const int samples = png.type == 3 ? 1 : (png.type & 2 ? 3 : 1) + (png.type & 4 ? 1 : 0);
+  const std::size_t bits = static_cast<std::size_t>(samples * png.depth),
+                    bpp = std::max<std::size_t>(bits / 8, 1);
+  const int passes = png.interlace ? 7 : 1;
+  std::size_t size = 0;
+  const auto pass_size = [&](int p, std::size_t* w, std::size_t* h) {
+    *w = png.interlace ? (png.width - kX0[p] + kDx[p] - 1) / kDx[p] : png.width;
+    *h = png.interlace ? (png.height - kY0[p] + kDy[p] - 1) / kDy[p] : png.height;
+    return *w == 0 || *h == 0 ? 0 : *h * (1 + (*w * bits + 7) / 8);
+  };
+  std::size_t w = 0, h = 0;
+  for (int p = 0; p < passes; ++p) size += pass_size(p, &w, &h);
+  thread_local std::vector<std::uint8_t> raw;
+  raw.resize(size);
+  thread_local std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> inflater(
+      libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
+  if (!inflater) throw std::bad_alloc();
+  std::size_t got = 0;
+  const libdeflate_result result =
+      libdeflate_zlib_decompress(inflater.get(), png.idat.data(), png.idat.size(), raw.data(), size, &got);
+  if (result == LIBDEFLATE_INSUFFICIENT_SPACE) Bad(path, "it holds more image data than its header says");
+  if (result != LIBDEFLATE_SUCCESS || got != size) Bad(path, "its image data is corrupt or cut short");
+  frame.Resize(frame.width, frame.height, frame.channels, frame.deep);
+  std::uint8_t* data = raw.data();
+  for (int p = 0; p < passes; ++p) {
+    const std::size_t bytes = pass_size(p, &w, &h), stride = (w * bits + 7) / 8;
+    if (bytes == 0) continue;
+    if (!Unfilter(data, h, stride, bpp)) Bad(path, "its image data has an unknown row filter");
+    const bool direct = !png.interlace && png.depth >= 8 && png.type != 3 && png.trns.empty();
+    for (std::size_t j = 0; j < h; ++j) {
+      const std::uint8_t* row = data + j * (stride + 1) + 1;
+      const int y = png.interlace ? kY0[p] + static_cast<int>(j) * kDy[p] : static_cast<int>(j);
+      if (direct) {
+        std::memcpy(frame.row(y), row, stride);
+        continue;
+      }
+      for (std::size_t i = 0; i < w; ++i) {
+        const std::size_t x = png.interlace ? kX0[p] + i * kDx[p] : i;
+        Expand(png, row, i, frame.row(y) + x * frame.pixel_bytes(), frame.channels);
+      }
+    }
+    data += bytes;
+  }
 }
+
+}  // namespace
+
+void Frame::Resize(int w, int h, int c, bool d) {
+  width = w;
+  height = h;
+  channels = c;
+  deep = d;
+  samples.resize(stride() * static_cast<std::size_t>(h));
+}
+
+Frame ReadHeader(const std::string& path) {
+  Frame frame;
+  Parse(path, Load(path), frame);
+  return frame;
+}
+
+void ReadFrame(const std::string& path, Frame& frame) {
+  const std::string& file = Load(path);
+  Decode(path, Parse(path, file, frame), frame);
+}
+
+namespace {
 
 void Put32(std::string& out, std::uint32_t v) {
   for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
 }
 
 // A PNG chunk: length, type, data, CRC of type and data.
-void Chunk(std::FILE* file, const char* type, const void* data, std::size_t size) {
-  std::string head;
+void Write(std::FILE* file, const char* type, const void* data, std::size_t size) {
+  std::string head, tail;
   Put32(head, static_cast<std::uint32_t>(size));
   head.append(type, 4);
-  std::uint32_t crc = libdeflate_crc32(0, type, 4);
-  crc = libdeflate_crc32(crc, data, size);
-  std::string tail;
-  Put32(tail, crc);
+  Put32(tail, libdeflate_crc32(libdeflate_crc32(0, type, 4), data, size));
   std::fwrite(head.data(), 1, head.size(), file);
   std::fwrite(data, 1, size, file);
   std::fwrite(tail.data(), 1, tail.size(), file);
-}
-
-void Chunk(std::FILE* file, const char* type, const std::string& data) {
-  Chunk(file, type, data.data(), data.size());
 }
 
 // One compressor per thread and level: they are not shared between threads.
@@ -191,148 +336,124 @@ libdeflate_compressor* Compressor(int level) {
   return owned.c;
 }
 
-// A thread's scratch memory, kept from frame to frame and never cleared.
-struct Scratch {
-  std::unique_ptr<png_byte[]> bytes;
-  std::size_t size = 0;
-  png_bytep Get(std::size_t n) {
-    if (n > size) {
-      bytes.reset();
-      bytes.reset(new png_byte[n]);
-      size = n;
+// The Up filter (each byte less the one above it): one subtraction a byte,
+// and on photographs within a few per cent of the best adaptive choice.
+void Filter(const Frame& f, std::uint8_t* out, bool up) {
+  const std::size_t stride = f.stride();
+  for (int y = 0; y < f.height; ++y) {
+    const std::uint8_t* row = f.row(y);
+    std::uint8_t* o = out + (stride + 1) * static_cast<std::size_t>(y);
+    o[0] = up && y > 0 ? 2 : 0;
+    if (o[0] == 0) {
+      std::memcpy(o + 1, row, stride);
+      continue;
     }
-    return bytes.get();
-  }
-};
-
-std::string Zlib(int level, const void* data, std::size_t size) {
-  libdeflate_compressor* c = Compressor(level);
-  std::string out(libdeflate_zlib_compress_bound(c, size), '\0');
-  out.resize(libdeflate_zlib_compress(c, data, size, out.data(), out.size()));
-  return out;
-}
-
-void AncillaryChunks(std::FILE* file, const PngChunks& c, int level) {
-  std::string data;
-  if (!c.icc_profile.empty()) {
-    data = c.icc_name + std::string(2, '\0') + Zlib(level, c.icc_profile.data(), c.icc_profile.size());
-    Chunk(file, "iCCP", data);
-  } else if (c.srgb_intent) {
-    Chunk(file, "sRGB", std::string(1, static_cast<char>(*c.srgb_intent)));
-  }
-  if (c.gamma) {
-    data.clear();
-    Put32(data, static_cast<std::uint32_t>(*c.gamma));
-    Chunk(file, "gAMA", data);
-  }
-  if (c.phys_x) {
-    data.clear();
-    Put32(data, *c.phys_x);
-    Put32(data, *c.phys_y);
-    data += static_cast<char>(c.phys_unit);
-    Chunk(file, "pHYs", data);
-  }
-  for (const PngChunks::Text& t : c.texts) {
-    const std::string key = t.key + std::string(1, '\0');
-    if (t.compression == PNG_TEXT_COMPRESSION_NONE) {
-      Chunk(file, "tEXt", key + t.text);
-    } else if (t.compression == PNG_TEXT_COMPRESSION_zTXt) {
-      Chunk(file, "zTXt", key + std::string(1, '\0') + Zlib(level, t.text.data(), t.text.size()));
-    } else {
-      const bool packed = t.compression == PNG_ITXT_COMPRESSION_zTXt;
-      data = key + std::string(1, packed ? '\1' : '\0') + std::string(1, '\0') + t.lang +
-             std::string(1, '\0') + t.lang_key + std::string(1, '\0') +
-             (packed ? Zlib(level, t.text.data(), t.text.size()) : t.text);
-      Chunk(file, "iTXt", data);
-    }
+    const std::uint8_t* above = row - stride;
+    for (std::size_t i = 0; i < stride; ++i) o[1 + i] = static_cast<std::uint8_t>(row[i] - above[i]);
   }
 }
 
 }  // namespace
 
-FrameForm ReadFrame(const std::string& path, std::unique_ptr<World>& world) {
-  std::FILE* opened = std::fopen(path.c_str(), "rb");
-  if (opened == nullptr) throw ToolError(kExitInput, "cannot open " + path + ": " + std::strerror(errno));
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(opened, &std::fclose);
-  png_byte signature[8] = {};
-  if (std::fread(signature, 1, sizeof signature, file.get()) != sizeof signature ||
-      png_sig_cmp(signature, 0, sizeof signature) != 0)
-    throw ToolError(kExitInput, path + " is not a PNG file");
-  std::rewind(file.get());
-  PngReport report;
-  ReadStruct s;
-  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &report, OnPngError, OnPngWarning);
-  if (s.png != nullptr) s.info = png_create_info_struct(s.png);
-  if (s.info == nullptr) throw std::bad_alloc();
-  FrameForm form;
-  int passes = 1;
-  if (!ReadHeader(s.png, s.info, file.get(), &form, &passes))
-    throw ToolError(kExitInput, "cannot read " + path + ": " + report.message);
-  const std::uint64_t bytes = std::uint64_t(form.width) * std::uint64_t(form.height) * (form.deep ? 8 : 4);
-  if (bytes > kMaxWorldBytes) {
-    throw ToolError(kExitInput, path + " is " + Size(form) + ", which needs " + std::to_string(bytes >> 20) +
-                                    " MiB; the simulated host's worlds hold at most " +
-                                    std::to_string(kMaxWorldBytes >> 20) + " MiB");
-  }
-  if (!world || world->width() != form.width || world->height() != form.height ||
-      world->deep() != form.deep) {
-    world.reset();
-    world = std::make_unique<World>(form.width, form.height, form.deep);
-  }
-  if (!ReadRows(s.png, s.info, world->layer(), passes, form.deep))
-    throw ToolError(kExitInput, "cannot read " + path + ": " + report.message);
-  form.chunks = Chunks(s.png, s.info);
-  return form;
+std::string WriteFrame(std::FILE* file, const Frame& frame, const WriteSettings& settings) {
+  thread_local std::vector<std::uint8_t> rows, packed;
+  const std::size_t size = (frame.stride() + 1) * static_cast<std::size_t>(frame.height);
+  rows.resize(size);
+  Filter(frame, rows.data(), settings.level > 0);
+  libdeflate_compressor* c = Compressor(settings.level);
+  packed.resize(libdeflate_zlib_compress_bound(c, size));
+  const std::size_t n = libdeflate_zlib_compress(c, rows.data(), size, packed.data(), packed.size());
+  std::string header;
+  Put32(header, static_cast<std::uint32_t>(frame.width));
+  Put32(header, static_cast<std::uint32_t>(frame.height));
+  static const char kType[] = {0, 0, 4, 2, 6};  // colour type by channels: grey, grey+alpha, RGB, RGBA
+  header += static_cast<char>(frame.deep ? 16 : 8);
+  header += kType[frame.channels];
+  header += std::string(3, '\0');  // deflate, adaptive filtering, no interlace
+  std::fwrite(kSignature, 1, 8, file);
+  Write(file, "IHDR", header.data(), header.size());
+  for (const Chunk& chunk : frame.chunks)
+    Write(file, chunk.type.c_str(), chunk.data.data(), chunk.data.size());
+  Write(file, "IDAT", packed.data(), n);
+  Write(file, "IEND", "", 0);
+  return "";
 }
 
-std::string WriteFrame(std::FILE* file, World& world, const FrameForm& input, const WriteSettings& settings) {
-  PF_LayerDef* layer = world.layer();
-  bool color = input.color, alpha = input.alpha;
-  if (world.deep()) {
-    Needs<std::uint16_t>(layer, 32768, &color, &alpha);
+Temporaries::Temporaries() {
+  sigemptyset(&signals_);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals_, sig);
+  pthread_sigmask(SIG_BLOCK, &signals_, &old_mask_);
+  watcher_ = std::thread(&Temporaries::Watch, this);
+}
+
+Temporaries::~Temporaries() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const std::string& name : live_) unlink(name.c_str());
+    live_.clear();
+    live_.insert("");  // the watcher's cue to end quietly
+  }
+  pthread_kill(watcher_.native_handle(), SIGTERM);
+  watcher_.join();
+  pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+}
+
+void Temporaries::Watch() {
+  int sig = 0;
+  sigwait(&signals_, &sig);
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (live_.count("") != 0) return;
+  for (const std::string& name : live_) unlink(name.c_str());
+  // The lock stays held: no new temporary appears while the process ends.
+  signal(sig, SIG_DFL);
+  pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
+  raise(sig);
+}
+
+std::string Temporaries::Write(const std::string& path, const Frame& frame, const WriteSettings& settings) {
+  const std::size_t slash = path.find_last_of('/');
+  std::string name = path.substr(0, slash + 1) + "." + path.substr(slash + 1) + ".XXXXXX";
+  int fd = -1;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    fd = mkstemp(name.data());
+    if (fd >= 0) live_.insert(name);
+  }
+  if (fd < 0) throw ToolError(kExitOutput, "cannot write " + path + ": " + std::strerror(errno));
+  std::FILE* file = fdopen(fd, "wb");
+  std::string why = file == nullptr ? std::strerror(errno) : "";
+  if (file != nullptr) {
+    why = WriteFrame(file, frame, settings);
+    if ((std::fflush(file) != 0 || std::ferror(file)) && why.empty()) why = std::strerror(errno);
+    if (std::fclose(file) != 0 && why.empty()) why = std::strerror(errno);
   } else {
-    Needs<std::uint8_t>(layer, 255, &color, &alpha);
+    close(fd);
   }
-  const std::size_t pixel =
-      static_cast<std::size_t>((color ? 3 : 1) + (alpha ? 1 : 0)) * (world.deep() ? 2 : 1);
-  const std::size_t stride = 1 + static_cast<std::size_t>(layer->width) * pixel;
-  // The rows as the file holds them, each after its filter byte: none for
-  // speed, Sub (difference to the pixel on the left) for size.
-  const bool sub = settings.level > 3;
-  thread_local Scratch rows_memory, packed_memory;
-  const std::size_t rows_size = stride * static_cast<std::size_t>(layer->height);
-  png_bytep rows = rows_memory.Get(rows_size);
-  const auto* base = reinterpret_cast<const std::uint8_t*>(layer->data);
-  for (A_long y = 0; y < layer->height; ++y) {
-    png_bytep row = rows + stride * static_cast<std::size_t>(y);
-    const std::uint8_t* src = base + static_cast<std::size_t>(y) * static_cast<std::size_t>(layer->rowbytes);
-    if (world.deep()) {
-      PackRow<std::uint16_t>(src, layer->width, color, alpha, row + 1);
-    } else {
-      PackRow<std::uint8_t>(src, layer->width, color, alpha, row + 1);
-    }
-    row[0] = sub ? 1 : 0;
-    if (sub) {
-      for (std::size_t i = stride - 1; i > pixel; --i)
-        row[i] = static_cast<png_byte>(row[i] - row[i - pixel]);
-    }
+  if (!why.empty()) {
+    Remove(name);
+    throw ToolError(kExitOutput, "cannot write " + path + ": " + why);
   }
-  std::string header;
-  Put32(header, static_cast<std::uint32_t>(layer->width));
-  Put32(header, static_cast<std::uint32_t>(layer->height));
-  header += static_cast<char>(world.deep() ? 16 : 8);
-  header += static_cast<char>((color ? PNG_COLOR_MASK_COLOR : 0) | (alpha ? PNG_COLOR_MASK_ALPHA : 0));
-  header += std::string(3, '\0');  // deflate, adaptive filtering, no interlace
-  static const png_byte kSignature[8] = {137, 80, 78, 71, 13, 10, 26, 10};
-  std::fwrite(kSignature, 1, sizeof kSignature, file);
-  Chunk(file, "IHDR", header);
-  AncillaryChunks(file, input.chunks, settings.level);
-  libdeflate_compressor* c = Compressor(settings.level);
-  const std::size_t bound = libdeflate_zlib_compress_bound(c, rows_size);
-  png_bytep packed = packed_memory.Get(bound);
-  Chunk(file, "IDAT", packed, libdeflate_zlib_compress(c, rows, rows_size, packed, bound));
-  Chunk(file, "IEND", "", 0);
-  return "";
+  return name;
+}
+
+void Temporaries::Commit(const std::string& name, const std::string& path) {
+  // mkstemp makes the file for its owner only; the result gets the usual mode.
+  const mode_t mask = umask(0);
+  umask(mask);
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::string why;
+  if (chmod(name.c_str(), 0666 & ~mask) != 0 || std::rename(name.c_str(), path.c_str()) != 0) {
+    why = std::strerror(errno);
+    unlink(name.c_str());
+  }
+  live_.erase(name);
+  if (!why.empty()) throw ToolError(kExitOutput, "cannot write " + path + ": " + why);
+}
+
+void Temporaries::Remove(const std::string& name) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  unlink(name.c_str());
+  live_.erase(name);
 }
 
 }  // namespace cinebar_tool

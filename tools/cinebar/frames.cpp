@@ -1,60 +1,44 @@
 #include "tools/cinebar/frames.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <set>
 
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
 namespace {
 
-std::string Folder(const std::string& path) {
-  const std::size_t slash = path.find_last_of('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-bool PathExists(const std::string& path) {
-  struct stat st {};
-  return lstat(path.c_str(), &st) == 0;
-}
-
-std::string Join(const std::string& folder, const std::string& name) {
-  if (folder.empty() || folder == ".") return name;
-  return folder.back() == '/' ? folder + name : folder + "/" + name;
-}
+namespace fs = std::filesystem;
 
 bool EndsWithPng(const std::string& name) {
-  if (name.size() < 4) return false;
-  std::string tail = name.substr(name.size() - 4);
+  std::string tail = name.size() < 4 ? "" : name.substr(name.size() - 4);
   for (char& c : tail) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return tail == ".png";
 }
 
 std::vector<std::string> List(const std::string& folder) {
-  DIR* dir = opendir(folder.c_str());
-  if (dir == nullptr)
-    throw ToolError(kExitInput, "cannot read the folder " + folder + ": " + std::strerror(errno));
   std::vector<std::string> names;
-  while (const dirent* entry = readdir(dir)) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
-  }
-  closedir(dir);
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+    names.push_back(it->path().filename().string());
+  if (error) throw ToolError(kExitInput, "cannot read the folder " + folder + ": " + error.message());
   std::sort(names.begin(), names.end(), NaturalLess);
   return names;
 }
 
-bool SameFile(const std::string& a, const std::string& b) {
-  struct stat sa {
-  }, sb{};
-  return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
-         sa.st_ino == sb.st_ino;
+bool IsDirectory(const std::string& path) {
+  std::error_code error;
+  return fs::is_directory(path, error);
+}
+
+std::string Join(const std::string& folder, const std::string& name) {
+  return (fs::path(folder) / name).string();
 }
 
 }  // namespace
@@ -79,22 +63,6 @@ bool NaturalLess(const std::string& a, const std::string& b) {
   }
   if (a.size() - i != b.size() - j) return a.size() - i < b.size() - j;
   return a < b;
-}
-
-void MakeFolders(const std::string& path) {
-  for (std::size_t i = 1; i <= path.size(); ++i) {
-    if (i != path.size() && path[i] != '/') continue;
-    const std::string partial = path.substr(0, i);
-    if (!IsDirectory(partial) && mkdir(partial.c_str(), 0777) != 0 && errno != EEXIST)
-      throw ToolError(kExitOutput, "cannot create the folder " + partial + ": " + std::strerror(errno));
-  }
-}
-
-std::string FolderOf(const std::string& path) { return Folder(path); }
-
-bool IsDirectory(const std::string& path) {
-  struct stat st {};
-  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 std::string NumberPattern::Format(long number) const {
@@ -152,22 +120,20 @@ std::optional<NumberPattern> ParsePattern(const std::string& text) {
   return pattern;
 }
 
-std::vector<FramePair> PlanFrames(const std::string& in, const std::string& out) {
+Plan PlanFrames(const std::string& in, const std::string& out) {
   const auto in_pattern = ParsePattern(in);
   const auto out_pattern = ParsePattern(out);
   const bool in_folder = !in_pattern && IsDirectory(in);
-  std::vector<FramePair> frames;
+  Plan plan;
   if (!in_pattern && !in_folder) {
     if (out_pattern) throw ToolError(kExitUsage, "OUT is a frame pattern but IN is a single file");
-    if (IsDirectory(out)) throw ToolError(kExitUsage, "OUT " + out + " is a folder but IN is a single file");
-    struct stat st {};
-    if (stat(in.c_str(), &st) != 0)
-      throw ToolError(kExitInput, "cannot open " + in + ": " + std::strerror(errno));
-    frames.push_back(FramePair{in, out});
-    return frames;
+    std::error_code error;
+    if (!fs::exists(in, error))
+      throw ToolError(kExitInput, "cannot open " + in + ": " + (error ? error.message() : "no such file"));
+    const bool into = IsDirectory(out) || (!out.empty() && out.back() == '/');
+    plan.frames.push_back(FramePair{in, into ? Join(out, fs::path(in).filename().string()) : out});
+    return plan;
   }
-
-  // (number, input path, input name)
   struct Found {
     long number;
     std::string path, name;
@@ -181,6 +147,8 @@ std::vector<FramePair> PlanFrames(const std::string& in, const std::string& out)
       if (const auto number = in_pattern->Match(path)) found.push_back(Found{*number, path, name});
     }
     std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.number < b.number; });
+    for (std::size_t i = 1; i < found.size(); ++i)
+      for (long n = found[i - 1].number + 1; n < found[i].number; ++n) plan.missing.push_back(n);
   } else {
     long number = 0;
     for (const std::string& name : List(in)) {
@@ -189,16 +157,49 @@ std::vector<FramePair> PlanFrames(const std::string& in, const std::string& out)
     }
   }
   if (found.empty()) throw ToolError(kExitInput, "no PNG frames found for " + in);
-  if (in_folder && SameFile(in, out))
+  std::error_code error;
+  if (in_folder && fs::equivalent(in, out, error))
     throw ToolError(kExitUsage, "OUT " + out + " is the input folder: the frames would overwrite themselves");
-  if (!out_pattern && !IsDirectory(out) && (EndsWithPng(out) || PathExists(out))) {
+  if (!out_pattern && !IsDirectory(out) && (EndsWithPng(out) || fs::exists(fs::symlink_status(out)))) {
     throw ToolError(kExitUsage, "OUT " + out + " names one file but IN is a sequence of " +
                                     std::to_string(found.size()) +
                                     " frames: give a folder or a pattern such as out/frame_%04d.png");
   }
   for (const Found& f : found)
-    frames.push_back(FramePair{f.path, out_pattern ? out_pattern->Format(f.number) : Join(out, f.name)});
-  return frames;
+    plan.frames.push_back(FramePair{f.path, out_pattern ? out_pattern->Format(f.number) : Join(out, f.name)});
+  return plan;
+}
+
+void PrepareOutputs(const std::vector<FramePair>& frames, bool overwrite) {
+  std::set<std::pair<dev_t, ino_t>> inputs;
+  for (const FramePair& f : frames) {
+    struct stat st {};
+    if (stat(f.in.c_str(), &st) == 0) inputs.insert({st.st_dev, st.st_ino});
+  }
+  std::set<std::string> folders;
+  for (const FramePair& f : frames) {
+    folders.insert(fs::path(f.out).parent_path().string());
+    struct stat st {};
+    if (stat(f.out.c_str(), &st) == 0 && inputs.count({st.st_dev, st.st_ino}) != 0)
+      throw ToolError(kExitUsage, "refusing to write " + f.out + ": it is an input of this render");
+    if (lstat(f.out.c_str(), &st) != 0) continue;  // a new file
+    if (S_ISLNK(st.st_mode))
+      throw ToolError(kExitOutput, "refusing to replace " + f.out + ": it is a symbolic link");
+    if (!S_ISREG(st.st_mode)) {
+      const char* kind = S_ISDIR(st.st_mode)    ? "a folder"
+                         : S_ISFIFO(st.st_mode) ? "a FIFO"
+                         : S_ISSOCK(st.st_mode) ? "a socket"
+                                                : "a device";
+      throw ToolError(kExitOutput,
+                      "refusing to replace " + f.out + ": it is " + kind + ", not a regular file");
+    }
+    if (!overwrite) throw ToolError(kExitOutput, f.out + " exists (--overwrite replaces existing outputs)");
+  }
+  for (const std::string& folder : folders) {
+    std::error_code error;
+    if (!folder.empty() && !fs::create_directories(folder, error) && error)
+      throw ToolError(kExitOutput, "cannot create the folder " + folder + ": " + error.message());
+  }
 }
 
 }  // namespace cinebar_tool

@@ -1,5 +1,6 @@
 // Which files a render reads and writes: one file, a printf-style numbered
-// pattern ("shot/frame_%04d.png") or a folder of PNG files.
+// pattern ("shot/frame_%04d.png") or a folder of PNG files; and what must hold
+// of the outputs before any work is done.
 #pragma once
 
 #include <optional>
@@ -26,19 +27,25 @@ struct NumberPattern {
 // nullopt when the text has no conversion; ToolError(kExitUsage) when it is malformed.
 std::optional<NumberPattern> ParsePattern(const std::string& text);
 
-// The frames of a render from IN to OUT, in order. A folder or pattern IN
-// needs a folder or pattern OUT; a folder keeps the input names (in numeric
-// order: 2 before 10), a pattern numbers by the input's number (a folder's
-// inputs count from 1). Nothing is created. Throws ToolError(kExitInput) for
-// a missing input or a sequence without frames, ToolError(kExitUsage) for
-// mismatched forms and a folder onto itself.
-std::vector<FramePair> PlanFrames(const std::string& in, const std::string& out);
+struct Plan {
+  std::vector<FramePair> frames;  // in order
+  std::vector<long> missing;      // numbers a numbered sequence skips
+};
 
-bool IsDirectory(const std::string& path);
-// "." for a bare name.
-std::string FolderOf(const std::string& path);
-// Creates the folder and every missing folder above it.
-void MakeFolders(const std::string& path);
+// The frames of a render from IN to OUT. A folder or pattern IN needs a
+// folder or pattern OUT; a folder keeps the input names (in numeric order: 2
+// before 10), a pattern numbers by the input's number (a folder's inputs
+// count from 1). A single IN into a folder OUT (one that exists or ends in
+// "/") keeps its name. Nothing is created. Throws ToolError(kExitInput) for a
+// missing input or a sequence without frames, ToolError(kExitUsage) for
+// mismatched forms and a folder onto itself.
+Plan PlanFrames(const std::string& in, const std::string& out);
+
+// Refuses an output that is one of the inputs, a link or anything but a
+// regular file, that exists without `overwrite`, or whose folder cannot be
+// one; then creates the missing folders. Throws ToolError.
+void PrepareOutputs(const std::vector<FramePair>& frames, bool overwrite);
+
 // Name order with runs of digits compared as numbers.
 bool NaturalLess(const std::string& a, const std::string& b);
 

@@ -1,34 +1,17 @@
 #include "tools/cinebar/options.h"
 
+#include <cinebar_identity.h>
+
+#include <CLI/CLI.hpp>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <sstream>
 
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
-
-const char kUsage[] =
-    "usage: cinebar render IN OUT [--preset NAME] [--ratio R] [--render on-image|on-transparent]\n"
-    "                             [--color #RRGGBB[AA]] [--pixel-aspect N/D] [--downsample N/D[,N/D]]\n"
-    "                             [--overwrite] [--jobs N] [--compression 0-9]\n"
-    "       cinebar demo [--out DIR]       (default DIR: previews next to the cinebar program)\n"
-    "       cinebar info | --help | --version\n"
-    "  IN and OUT: PNG files, printf-style patterns (frame_%04d.png) or folders of PNG files; a\n"
-    "    sequence is taken in numeric order (2 before 10) and needs a folder or pattern OUT.\n"
-    "  --ratio takes 2.39, 2.39:1, 16:9 or 16/9. --pixel-aspect: without it, the first frame's pHYs\n"
-    "    chunk gives the pixel aspect (1/1 when it has none).\n"
-    "  Outputs keep the input's depth, grey or colour and chunks (gAMA, sRGB, iCCP, pHYs, text), with\n"
-    "    alpha where the input or the bars need it. An output that is an input, a link or not a regular\n"
-    "    file is refused; an existing one too unless --overwrite. Each frame is written to a temporary\n"
-    "    file and renamed, so an interrupted render leaves whole frames only.\n"
-    "  --jobs N: frames in flight (default: one per hardware thread).\n"
-    "  --compression L: deflate level 0-9 (default 1 with rows unfiltered: speed over size; 4-9 add\n"
-    "    the Sub row filter for smaller files).\n"
-    "  A frame is refused from its header when its world would pass the simulated host's 1 GiB.\n"
-    "  Every command takes --module PATH (or $CINEBAR_MODULE) to choose the module file.\n"
-    "  Exit codes: 2 usage, 3 input file, 4 module, 5 output file, 6 out of memory.\n";
 
 namespace {
 
@@ -94,93 +77,105 @@ std::optional<double> ParseRatio(const std::string& text) {
 }
 
 Options ParseCommandLine(const std::vector<std::string>& args) {
-  Options options;
-  if (args.empty()) Usage("no command given (render, demo, info)");
-  options.command = args[0];
-  if (options.command == "-h" || options.command == "--help" || options.command == "help") {
-    options.command = "help";
-    return options;
+  Options o;
+  CLI::App app{
+      "cinebar lays Cinebar's aspect-ratio bars over PNG frames through the module file and a\n"
+      "simulated After Effects host, makes preview sheets and shows what the host would show."};
+  app.set_version_flag("--version", "cinebar " + std::to_string(cinebar_identity::kVersionMajor) + "." +
+                                        std::to_string(cinebar_identity::kVersionMinor) + "." +
+                                        std::to_string(cinebar_identity::kVersionBugfix));
+  app.name("cinebar");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_option("--module", o.module,
+                 "the module file (default: $CINEBAR_MODULE, else the one beside cinebar)");
+  CLI::App* render = app.add_subcommand("render", "renders IN to OUT");
+  std::string preset, ratio, mode, color, aspect, downsample;
+  render->add_option("IN", o.in, "a PNG file, a numbered pattern (frame_%04d.png) or a folder of PNGs")
+      ->required();
+  render->add_option("OUT", o.out, "the same form as IN (a folder or a pattern for a sequence)")->required();
+  auto* p = render->add_option("--preset", preset, "a preset by name, part of it, short form or ratio");
+  render->add_option("--ratio", ratio, "Aspect Ratio: 2.39, 2.39:1, 16:9 or 16/9")->excludes(p);
+  render->add_option("--render", mode, "on-image or on-transparent");
+  render->add_option("--color", color, "bar colour #RRGGBB or #RRGGBBAA");
+  render->add_flag("--opaque-bars", o.opaque_bars,
+                   "opaque bars of the colour at full scale (16 bits: 0x10 -> 0x1010), no alpha added");
+  render->add_option("--pixel-aspect", aspect, "N/D, width of a pixel over its height (default: from pHYs)");
+  render->add_option("--downsample", downsample, "N/D or N/D,N/D: the host's preview downsampling");
+  render->add_flag("--dry-run", o.dry_run, "print what would be used per frame size, render nothing");
+  render->add_flag("--overwrite", o.overwrite, "replace existing outputs");
+  render->add_flag("--skip-bad", o.skip_bad, "go on past unreadable frames; list them, exit 3");
+  render->add_flag("--no-gaps", o.no_gaps, "refuse a numbered sequence with missing numbers");
+  render->add_option("--jobs", o.jobs, "frames in flight (default: one per hardware thread)")
+      ->check(CLI::Range(1, 1024));
+  render->add_option("--compression", o.compression, "deflate level 0-12, 0 without row filter")
+      ->check(CLI::Range(0, 12))
+      ->capture_default_str();
+  CLI::App* demo = app.add_subcommand("demo", "writes every preset in both modes on a test chart");
+  demo->add_option("--out", o.out_dir, "the folder (default: previews beside the cinebar program)");
+  demo->add_flag("--overwrite", o.overwrite, "replace existing files");
+  app.add_subcommand("info", "describes the module and its controls");
+  app.footer(
+      "16-bit frames: the picture keeps every sample. The bars are what the module paints in a 16-bpc\n"
+      "project, as After Effects shows them: its 8-bit colour times 128 of 32768 (black bars have alpha\n"
+      "65279 of 65535, so an alpha channel is added); --opaque-bars gives delivery bars instead.\n"
+      "Outputs keep the input's depth, grey or colour, and the chunks that stay true (gAMA, cHRM, sRGB,\n"
+      "iCCP, pHYs, eXIf, text, bKGD while its form fits); tIME, sBIT and hIST are dropped and named.\n"
+      "Palette and 1/2/4-bit grey frames are written as the 8-bit RGB(A) or grey they stand for; a tRNS\n"
+      "chunk becomes alpha. Chunk CRCs and the image data's Adler-32 are checked.\n"
+      "pHYs is read as x:y pixels per unit, so the pixel aspect is y/x (ffmpeg writes the sample aspect\n"
+      "num:den there, the inverse); --pixel-aspect overrides it.\n"
+      "A frame is refused from its header when the host cannot hold it (1 GiB, 32767 pixels a side) or\n"
+      "its file is too short to inflate to it. A gap in a numbered sequence is named (--no-gaps stops).\n"
+      "Exit codes: 0 done, 2 usage, 3 input file, 4 module, 5 output file, 6 out of memory.");
+  std::vector<std::string> reversed(args.rbegin(), args.rend());
+  try {
+    app.parse(reversed);
+  } catch (const CLI::CallForHelp&) {
+    o.command = "help";
+    o.text = app.help("", CLI::AppFormatMode::All);
+    return o;
+  } catch (const CLI::CallForVersion& e) {
+    o.command = "version";
+    o.text = e.what();
+    return o;
+  } catch (const CLI::ExtrasError& e) {
+    std::istringstream words(std::string(e.what()).substr(std::string(e.what()).find(':') + 1));
+    std::string options, others, word;
+    while (words >> word) (word[0] == '-' ? options : others) += " " + word;
+    Usage(options.empty() ? "unexpected argument" + others : "unknown option" + options);
+  } catch (const CLI::ParseError& e) {
+    Usage(e.what());
   }
-  if (options.command == "--version" || options.command == "version") {
-    options.command = "version";
-    return options;
+  o.command = app.get_subcommands().front()->get_name();
+  if (!mode.empty()) o.edits.push_back(RequestedEdit{RequestedEdit::kRender, mode, 0, {}});
+  if (!preset.empty()) o.edits.push_back(RequestedEdit{RequestedEdit::kPreset, preset, 0, {}});
+  if (!ratio.empty()) {
+    const auto value = ParseRatio(ratio);
+    if (!value) Usage("--ratio \"" + ratio + "\" is not a number, W:H or W/H");
+    o.edits.push_back(RequestedEdit{RequestedEdit::kRatio, ratio, *value, {}});
   }
-  if (options.command != "render" && options.command != "demo" && options.command != "info")
-    Usage("unknown command \"" + options.command + "\" (render, demo, info)");
-
-  const bool render = options.command == "render";
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    std::string arg = args[i];
-    if (arg.size() >= 2 && arg[0] == '-' && arg[1] != '-')
-      Usage("unknown option " + arg + " (options are spelt out: --preset, --ratio, ...)");
-    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
-      options.operands.push_back(arg);
-      continue;
-    }
-    std::string value;
-    const std::size_t eq = arg.find('=');
-    const bool flag = arg == "--help" || arg == "--overwrite";
-    if (eq != std::string::npos) {
-      value = arg.substr(eq + 1);
-      arg.resize(eq);
-    } else if (!flag) {
-      if (i + 1 >= args.size()) Usage(arg + " needs a value");
-      value = args[++i];
-    }
-    if (arg == "--help") {
-      options.command = "help";
-      return options;
-    }
-    if (render && arg == "--overwrite") {
-      options.overwrite = true;
-    } else if (render && arg == "--jobs") {
-      const auto n = ParsePositiveInteger(value, 1024);
-      if (!n) Usage("--jobs \"" + value + "\" is not a whole number from 1 to 1024");
-      options.jobs = static_cast<int>(*n);
-    } else if (render && arg == "--compression") {
-      if (value.size() != 1 || value[0] < '0' || value[0] > '9')
-        Usage("--compression \"" + value + "\" is not a level from 0 to 9");
-      options.compression = value[0] - '0';
-    } else if (arg == "--module") {
-      options.module = value;
-    } else if (arg == "--out" && options.command == "demo") {
-      options.out_dir = value;
-    } else if (render && (arg == "--preset" || arg == "--ratio" || arg == "--render")) {
-      const RequestedEdit::Kind kind = arg == "--preset"  ? RequestedEdit::kPreset
-                                       : arg == "--ratio" ? RequestedEdit::kRatio
-                                                          : RequestedEdit::kRender;
-      const auto ratio = ParseRatio(value);
-      if (kind == RequestedEdit::kRatio && !ratio)
-        Usage("--ratio \"" + value + "\" is not a number, W:H or W/H");
-      options.edits.push_back(RequestedEdit{kind, value, ratio.value_or(0), {}});
-    } else if (render && arg == "--color") {
-      const auto color = ParseColor(value);
-      if (!color) Usage("--color \"" + value + "\" is not a colour of the form #RRGGBB or #RRGGBBAA");
-      options.edits.push_back(RequestedEdit{RequestedEdit::kColor, value, 0, *color});
-    } else if (render && arg == "--pixel-aspect") {
-      const auto ratio = ParseRational(value);
-      if (!ratio) Usage("--pixel-aspect \"" + value + "\" is not N/D with positive whole numbers");
-      options.pixel_aspect = *ratio;
-      options.pixel_aspect_given = true;
-    } else if (render && arg == "--downsample") {
-      const std::size_t comma = value.find(',');
-      const auto x = ParseRational(value.substr(0, comma));
-      const auto y = comma == std::string::npos ? x : ParseRational(value.substr(comma + 1));
-      if (!x || !y) Usage("--downsample \"" + value + "\" is not N/D or N/D,N/D with positive whole numbers");
-      options.downsample_x = *x;
-      options.downsample_y = *y;
-    } else {
-      Usage("unknown option " + arg + " for " + options.command);
-    }
+  if (!color.empty()) {
+    const auto value = ParseColor(color);
+    if (!value) Usage("--color \"" + color + "\" is not a colour of the form #RRGGBB or #RRGGBBAA");
+    o.edits.push_back(RequestedEdit{RequestedEdit::kColor, color, 0, *value});
   }
-  const std::size_t wanted = render ? 2 : 0;
-  if (options.operands.size() != wanted) {
-    if (!render) Usage(options.command + " takes no file arguments");
-    Usage(options.operands.empty()       ? "render needs IN and OUT, the files to read and to write"
-          : options.operands.size() == 1 ? "render needs OUT after IN " + options.operands[0]
-                                         : "render takes one IN and one OUT; extra: " + options.operands[2]);
+  if (!aspect.empty()) {
+    const auto value = ParseRational(aspect);
+    if (!value) Usage("--pixel-aspect \"" + aspect + "\" is not N/D with positive whole numbers");
+    o.pixel_aspect = *value;
+    o.pixel_aspect_given = true;
   }
-  return options;
+  if (!downsample.empty()) {
+    const std::size_t comma = downsample.find(',');
+    const auto x = ParseRational(downsample.substr(0, comma));
+    const auto y = comma == std::string::npos ? x : ParseRational(downsample.substr(comma + 1));
+    if (!x || !y)
+      Usage("--downsample \"" + downsample + "\" is not N/D or N/D,N/D with positive whole numbers");
+    o.downsample_x = *x;
+    o.downsample_y = *y;
+  }
+  return o;
 }
 
 }  // namespace cinebar_tool

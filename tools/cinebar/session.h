@@ -11,7 +11,7 @@
 
 #include "host/sim_host.h"
 #include "hostapi/ae_effect.h"
-#include "tools/cinebar/image.h"
+#include "tools/cinebar/frame.h"
 
 namespace cinebar_tool {
 
@@ -68,34 +68,41 @@ struct Edit {
   PF_Pixel color{};        // colour value
 };
 
+// Where the module leaves the picture in frames of one size: right and bottom
+// exclusive; `image` when it copies the input there (else it clears it).
+struct Picture {
+  int left = 0, top = 0, right = 0, bottom = 0;
+  bool image = true;
+  bool empty() const { return right <= left || bottom <= top; }
+};
+
+// The effect applied to one layer, and the render stage of the tool: a frame
+// goes into the host's world, through the module's render and back into a
+// frame. The host's 16-bit worlds hold 0..32768, fewer codes than a 16-bit
+// file; so the picture is taken from the input frame itself, where the module
+// shows it, and only the bars from the world. One render at a time.
 class Layer {
  public:
-  // Applies the effect to a layer showing `first_frame` (sequence setup).
-  Layer(Session& session, const Image& first_frame);
-  Layer(Session& session, cinebar_simhost::World first_frame);
-  ~Layer();  // removes the effect (sequence setdown)
+  explicit Layer(Session& session);  // sequence setup
+  ~Layer();                          // sequence setdown
   Layer(const Layer&) = delete;
   Layer& operator=(const Layer&) = delete;
 
   void Change(const Edit& edit);
-  // Renders one frame of the layer into an output of the same size and depth.
-  Image Render(const Image& frame);
-  // Renders `input` into `output` (of the same size and depth); the worlds are lent, not copied.
-  void Render(cinebar_simhost::World& input, cinebar_simhost::World& output);
   // The host's current value of a parameter.
   const PF_ParamDef& param(A_long index) const { return instance_->param(index); }
+  // Found by rendering two flat frames of this size; kept per size.
+  Picture Find(int width, int height, bool deep);
+  // Renders `in` into `out`. With `opaque`, bars are that colour at full
+  // scale (0x10 -> 0x1010) and opacity instead of what the module painted.
+  void Render(const Frame& in, Frame& out, const PF_Pixel* opaque);
 
  private:
+  void RenderWorlds();
   Session& session_;
   cinebar_simhost::Instance* instance_ = nullptr;
+  std::unique_ptr<cinebar_simhost::World> input_, output_;
+  std::vector<std::pair<std::uint64_t, Picture>> pictures_;
 };
-
-// Conversions between PNG samples and the host's worlds: 8-bit samples stay
-// as they are; 16-bit samples map 0..65535 to the host's 0..32768 and back,
-// rounded to the nearest value.
-cinebar_simhost::World ToWorld(const Image& image, PF_RationalScale pixel_aspect);
-Image FromWorld(cinebar_simhost::World& world);
-std::uint16_t PngToHost16(std::uint16_t sample);
-std::uint16_t HostToPng16(std::uint16_t sample);
 
 }  // namespace cinebar_tool

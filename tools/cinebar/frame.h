@@ -1,0 +1,88 @@
+// One frame as a PNG file holds it, after expansion to whole bytes: 8 or 16
+// bits per sample (16-bit samples big-endian, as in the file), grey, grey and
+// alpha, RGB or RGBA, rows top to bottom without padding. Palettes and 1, 2
+// and 4-bit grey are read as the 8-bit RGB(A) or grey they stand for; a tRNS
+// chunk becomes an alpha channel. The one reader and the one writer of the
+// tool, and the temporaries that make every written file appear whole.
+#pragma once
+
+#include <signal.h>
+
+#include <cstdint>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace cinebar_tool {
+
+// Frames the simulated host holds at most: a world of 1 GiB, 32767 pixels a
+// side (the picture rectangle is kept in 16 bits).
+constexpr std::uint64_t kMaxWorldBytes = std::uint64_t{1} << 30;
+constexpr std::uint32_t kMaxSide = 32767;
+
+struct Chunk {  // an ancillary chunk copied as it stands
+  std::string type, data;
+};
+
+struct Frame {
+  int width = 0, height = 0;
+  int channels = 3;  // 1 grey, 2 grey+alpha, 3 RGB, 4 RGBA
+  bool deep = false;
+  std::vector<std::uint8_t> samples;
+  std::vector<Chunk> chunks;  // copied to the output
+  std::string dropped;        // chunks not copied, by type ("tIME sBIT")
+  std::string pixel_aspect;   // "11:10 pixels per metre" from pHYs, empty without
+  std::uint32_t phys_x = 0, phys_y = 0;
+
+  bool color() const { return channels >= 3; }
+  bool alpha() const { return channels % 2 == 0; }
+  std::size_t pixel_bytes() const { return static_cast<std::size_t>(channels) * (deep ? 2 : 1); }
+  std::size_t stride() const { return static_cast<std::size_t>(width) * pixel_bytes(); }
+  std::uint8_t* row(int y) { return samples.data() + stride() * static_cast<std::size_t>(y); }
+  const std::uint8_t* row(int y) const { return samples.data() + stride() * static_cast<std::size_t>(y); }
+  void Resize(int w, int h, int c, bool d);
+};
+
+// The header alone: size, depth, form. Throws ToolError(kExitInput).
+Frame ReadHeader(const std::string& path);
+
+// Reads the whole frame into `frame` (its memory reused). A frame larger than
+// the host holds, or larger than its file could inflate to, is refused from
+// its header before any memory is sized by it. Throws ToolError(kExitInput).
+void ReadFrame(const std::string& path, Frame& frame);
+
+struct WriteSettings {
+  int level = 6;  // libdeflate level 0..12
+};
+
+// Writes the frame as a PNG into an open file; "" or the reason of a failure.
+std::string WriteFrame(std::FILE* file, const Frame& frame, const WriteSettings& settings);
+
+// Temporaries being written. While one lives, SIGINT, SIGTERM and SIGHUP are
+// taken by a watcher thread that removes every temporary and then ends the
+// process with the same signal; the destructor removes what is left.
+class Temporaries {
+ public:
+  Temporaries();  // call before starting other threads: they inherit the blocked signals
+  ~Temporaries();
+  Temporaries(const Temporaries&) = delete;
+  Temporaries& operator=(const Temporaries&) = delete;
+
+  // Writes the frame to a new temporary beside `path`; returns its name.
+  // Throws ToolError(kExitOutput).
+  std::string Write(const std::string& path, const Frame& frame, const WriteSettings& settings);
+  // Renames the temporary to `path`; throws ToolError(kExitOutput) (the temporary is then removed).
+  void Commit(const std::string& name, const std::string& path);
+  void Remove(const std::string& name);
+
+ private:
+  void Watch();
+  std::mutex mutex_;
+  std::set<std::string> live_;
+  sigset_t signals_{}, old_mask_{};
+  std::thread watcher_;
+};
+
+}  // namespace cinebar_tool
