@@ -138,7 +138,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "in.png", "excludes"},
         FileCase{"preset_ambiguous", "in.png", "render in.png o.png --preset a", 2, ".", "in.png"},
         FileCase{"unknown_option", "in.png", "render in.png out.png --blur 3", 2, ".", "in.png",
-                 "unknown option --blur"}));
+                 "unknown option --blur"},
+        FileCase{"unknown_option_first", "", "--bogus", 2, ".", "", "unknown option --bogus"}));
 
 TEST_F(ToolTest, InterruptedSequenceLeavesWholeFramesOnly) {
   fs::create_directory("frames");

@@ -145,6 +145,9 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
     while (words >> word) (word[0] == '-' ? options : others) += " " + word;
     Usage(options.empty() ? "unexpected argument" + others : "unknown option" + options);
   } catch (const CLI::ParseError& e) {
+    // An unknown option before the subcommand is a missing subcommand to CLI11: name the option.
+    for (const std::string& extra : app.remaining())
+      if (extra.size() > 1 && extra[0] == '-') Usage("unknown option " + extra);
     Usage(e.what());
   }
   o.command = app.get_subcommands().front()->get_name();
