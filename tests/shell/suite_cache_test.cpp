@@ -14,6 +14,15 @@
 #include "framework/host_suite_cache.h"
 #include "tests/fixtures/effect_host.h"
 
+// A table type for a pair in the second word of the cache's slots, which the
+// effect never fetches: a suite added there must go back like the others.
+struct LateSuite {};
+template <>
+struct SuiteTraits<LateSuite> {
+  static constexpr SuitePair kPair = kSuitePairs[kReleasedSuiteCount - 1];
+};
+static_assert(kSuiteSlot<LateSuite> >= 64);
+
 namespace {
 
 using cinebar_simhost::Host;
@@ -89,6 +98,32 @@ TEST(SuiteCacheTable, KnowsEachPairOnce) {
     const Pair pair(HostSuiteCache::kPairs[slot].name, HostSuiteCache::kPairs[slot].version);
     EXPECT_EQ(slot, SlotOf(pair)) << pair.first << " " << pair.second << " listed twice";
   }
+}
+
+// A broker of the test's own that serves every pair and records what comes back.
+std::vector<Pair> g_released;
+SPErr AcquireAny(const char*, int32_t, const void** suite) {
+  static const int any = 0;
+  *suite = &any;
+  return 0;
+}
+SPErr ReleaseAny(const char* name, int32_t version) {
+  g_released.emplace_back(name, version);
+  return 0;
+}
+
+TEST(SuiteCache, GivesBackSuitesFromEverySlotWord) {
+  SPBasicSuite broker{};
+  broker.AcquireSuite = AcquireAny;
+  broker.ReleaseSuite = ReleaseAny;
+  g_released.clear();
+  {
+    HostSuiteCache cache(&broker);
+    ASSERT_NE(nullptr, cache.Get<LateSuite>());
+    ASSERT_NE(nullptr, cache.Get<PF_FillMatteSuite2>());
+  }
+  const SuitePair late = SuiteTraits<LateSuite>::kPair;
+  EXPECT_EQ((std::vector<Pair>{{"PF Fill Matte Suite", 2}, {late.name, late.version}}), g_released);
 }
 
 }  // namespace
