@@ -83,7 +83,11 @@ std::string HandleStore::Unlock(PF_Handle handle) {
 }
 
 void HandleStore::RefusedLock(PF_Handle handle) {
-  if (Block* b = Find(handle)) ++b->refused_locks;
+  if (handle == nullptr) {
+    ++null_locks_;  // a refused lock of no handle is unlocked like an answered one
+  } else if (Block* b = Find(handle)) {
+    ++b->refused_locks;
+  }
 }
 
 std::string HandleStore::Dispose(PF_Handle handle) {
