@@ -11,6 +11,7 @@
 
 #include "tools/cinebar/chart.h"
 #include "tools/cinebar/session.h"
+#include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/tool.h"
 
 namespace {

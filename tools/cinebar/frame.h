@@ -3,16 +3,12 @@
 // alpha, RGB or RGBA, rows top to bottom without padding. Palettes and 1, 2
 // and 4-bit grey are read as the 8-bit RGB(A) or grey they stand for; a tRNS
 // chunk becomes an alpha channel. The one reader and the one writer of the
-// tool, and the temporaries that make every written file appear whole.
+// tool.
 #pragma once
 
-#include <signal.h>
-
 #include <cstdint>
-#include <mutex>
-#include <set>
+#include <cstdio>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace cinebar_tool {
@@ -59,30 +55,5 @@ struct WriteSettings {
 
 // Writes the frame as a PNG into an open file; "" or the reason of a failure.
 std::string WriteFrame(std::FILE* file, const Frame& frame, const WriteSettings& settings);
-
-// Temporaries being written. While one lives, SIGINT, SIGTERM and SIGHUP are
-// taken by a watcher thread that removes every temporary and then ends the
-// process with the same signal; the destructor removes what is left.
-class Temporaries {
- public:
-  Temporaries();  // call before starting other threads: they inherit the blocked signals
-  ~Temporaries();
-  Temporaries(const Temporaries&) = delete;
-  Temporaries& operator=(const Temporaries&) = delete;
-
-  // Writes the frame to a new temporary beside `path`; returns its name.
-  // Throws ToolError(kExitOutput).
-  std::string Write(const std::string& path, const Frame& frame, const WriteSettings& settings);
-  // Renames the temporary to `path`; throws ToolError(kExitOutput) (the temporary is then removed).
-  void Commit(const std::string& name, const std::string& path);
-  void Remove(const std::string& name);
-
- private:
-  void Watch();
-  std::mutex mutex_;
-  std::set<std::string> live_;
-  sigset_t signals_{}, old_mask_{};
-  std::thread watcher_;
-};
 
 }  // namespace cinebar_tool

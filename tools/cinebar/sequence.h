@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/cinebar/frame.h"
+#include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/frames.h"
 #include "tools/cinebar/session.h"
 

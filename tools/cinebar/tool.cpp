@@ -19,6 +19,7 @@
 #include "tools/cinebar/chart.h"
 #include "tools/cinebar/controls.h"
 #include "tools/cinebar/frame.h"
+#include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/frames.h"
 #include "tools/cinebar/options.h"
 #include "tools/cinebar/property_list.h"
