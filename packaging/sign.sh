@@ -5,23 +5,22 @@
 #   sign.sh <osslsigncode> <epoch file> <description> <url> <file> [<signed file>]
 #
 # The description and the URL are what Windows shows of the signed file. The
-# key comes from the environment, first match wins:
-#   CINEBAR_SIGN_PKCS11_MODULE  PKCS#11 provider library of a hardware token or HSM,
-#   CINEBAR_SIGN_PKCS11_KEY     the key on it (a pkcs11: URI),
-#   CINEBAR_SIGN_CERT           the certificate chain (PEM),
-#   CINEBAR_SIGN_PIN            the token's PIN;
-# or
-#   CINEBAR_SIGN_PKCS12         a PKCS#12 file with key and chain,
-#   CINEBAR_SIGN_PASSWORD       its password (empty when unset).
-# PIN and password reach osslsigncode in a file only this user can read,
-# removed afterwards, never on a command line.
+# key, the CA certificates and the time-stamp servers are signing_key.sh's.
 #
 # The signing time is the build date in <epoch file> (seconds, UTC), not the
-# clock's, so one file, key and date always give the same bytes. With
-# CINEBAR_SIGN_TIMESTAMP_URL (one or more URLs, separated by blanks, tried in
-# order) a time-stamp authority also countersigns with its own time (RFC
-# 3161): the signature then outlives the certificate, but differs between
-# builds.
+# clock's, so one file, key and date always give the same bytes. A
+# certificate not valid at that date and now, or not for code signing, is
+# refused before anything is signed. With CINEBAR_SIGN_TIMESTAMP_URL a
+# time-stamp authority also countersigns with its own time (RFC 3161): the
+# signature then outlives the certificate, but differs between builds. Each
+# server gets CINEBAR_SIGN_TIMESTAMP_TIMEOUT seconds (default 30) before the
+# next one is asked, so the whole wait is bounded by that times the number
+# of servers; when none answers, signing fails.
+#
+# The signed file must verify against CINEBAR_SIGN_CAFILE (and its time stamp
+# against CINEBAR_SIGN_TSA_CAFILE) before it takes the place of <signed file>;
+# until then it lives in a hidden folder beside it, removed on any exit and,
+# after a kill that allowed none, by the next run.
 set -euo pipefail
 if [ $# -lt 5 ] || [ $# -gt 6 ]; then
   echo "usage: $0 <osslsigncode> <epoch file> <description> <url> <file> [<signed file>]" >&2
@@ -29,52 +28,67 @@ if [ $# -lt 5 ] || [ $# -gt 6 ]; then
 fi
 tool="$1" epoch_file="$2" description="$3" url="$4" in="$5" out="${6:-$5}"
 time="$(cat "$epoch_file")"
+signing_tool=sign.sh
+# shellcheck source=packaging/signing_key.sh
+source "$(dirname "${BASH_SOURCE[0]}")/signing_key.sh"
 
-private="$(umask 077 && mktemp -d "${TMPDIR:-/tmp}/cinebar-sign.XXXXXX")"
-# osslsigncode writes a new file; a failed run leaves no half-signed one behind.
-part="$out.signing"
-rm -f "$part"
-trap 'rm -rf "$private" "$part"' EXIT
-# A PIN or password in a file (osslsigncode 2.5 reads no pipe), which
-# osslsigncode cannot read when empty: then -pass "".
-secret() {
-  if [ -z "$1" ]; then
-    secret=(-pass "")
-  else
-    printf '%s' "$1" >"$private/secret"
-    secret=(-readpass "$private/secret")
-  fi
+# One rule signs one file at a time: what an earlier run left is stale.
+mkdir -p "$(dirname "$out")"
+rm -rf "$(dirname "$out")/.$(basename "$out").signing."*
+work="$(mktemp -d "$(dirname "$out")/.$(basename "$out").signing.XXXXXX")"
+trap 'rm -rf "$work"' EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+signing_load
+signing_certificates "$work"
+signing_check_certificate "$work/signer.pem" "$time"
+
+if [ "$signing_kind" = pkcs11 ]; then
+  key=(-pkcs11module "$CINEBAR_SIGN_PKCS11_MODULE" -key "$CINEBAR_SIGN_PKCS11_KEY" -certs "$CINEBAR_SIGN_CERT")
+else
+  key=(-pkcs12 "$CINEBAR_SIGN_PKCS12")
+fi
+if ! with_secret "$tool" sign "${key[@]}" "${osslsigncode_secret[@]}" -h sha256 -time "$time" \
+  -n "$description" -i "$url" -in "$in" -out "$work/signed" >"$work/log" 2>&1; then
+  cat "$work/log" >&2
+  signing_fail "signing $in failed"
+fi
+
+# timestamp <server>: countersigns $work/signed into $work/stamped within the time limit.
+timestamp() {
+  rm -f "$work/stamped"
+  timeout --kill-after=5 "$CINEBAR_SIGN_TIMESTAMP_TIMEOUT" \
+    "$tool" add -ts "$1" -in "$work/signed" -out "$work/stamped" >"$work/log" 2>&1
 }
-
-if [ -n "${CINEBAR_SIGN_PKCS11_MODULE:-}" ]; then
-  for var in CINEBAR_SIGN_PKCS11_KEY CINEBAR_SIGN_CERT; do
-    if [ -z "${!var:-}" ]; then
-      echo "sign.sh: CINEBAR_SIGN_PKCS11_MODULE is set but $var is not" >&2
-      exit 1
+result="$work/signed"
+read -ra servers <<<"${CINEBAR_SIGN_TIMESTAMP_URL:-}"
+if [ ${#servers[@]} -gt 0 ]; then
+  result=""
+  for server in "${servers[@]}"; do
+    if timestamp "$server"; then
+      result="$work/stamped"
+      break
+    elif [ $? -ge 124 ]; then
+      echo "sign.sh: time-stamp server $server: no answer within ${CINEBAR_SIGN_TIMESTAMP_TIMEOUT} s" >&2
+    else
+      echo "sign.sh: time-stamp server $server failed: $(tail -n 3 "$work/log")" >&2
     fi
   done
-  secret "${CINEBAR_SIGN_PIN:-}"
-  key=(-pkcs11module "$CINEBAR_SIGN_PKCS11_MODULE" -key "$CINEBAR_SIGN_PKCS11_KEY" -certs "$CINEBAR_SIGN_CERT"
-       "${secret[@]}")
-elif [ -n "${CINEBAR_SIGN_PKCS12:-}" ]; then
-  if [ ! -f "$CINEBAR_SIGN_PKCS12" ]; then
-    echo "sign.sh: no signing key at $CINEBAR_SIGN_PKCS12" >&2
-    exit 1
-  fi
-  secret "${CINEBAR_SIGN_PASSWORD:-}"
-  key=(-pkcs12 "$CINEBAR_SIGN_PKCS12" "${secret[@]}")
-else
-  echo "sign.sh: no signing key: set CINEBAR_SIGN_PKCS11_MODULE (and _KEY, CERT) or CINEBAR_SIGN_PKCS12" >&2
-  exit 1
+  [ -n "$result" ] || signing_fail "no time-stamp server answered (CINEBAR_SIGN_TIMESTAMP_URL): $in is not signed"
 fi
-timestamps=()
-for tsa in ${CINEBAR_SIGN_TIMESTAMP_URL:-}; do
-  timestamps+=(-ts "$tsa")
-done
 
-if ! "$tool" sign "${key[@]}" -h sha256 -time "$time" "${timestamps[@]}" -n "$description" -i "$url" \
-  -in "$in" -out "$part" >"$private/log" 2>&1; then
-  cat "$private/log" >&2
-  exit 1
+verify=()
+[ -z "${CINEBAR_SIGN_CAFILE:-}" ] || verify+=(-CAfile "$CINEBAR_SIGN_CAFILE")
+[ -z "${CINEBAR_SIGN_TSA_CAFILE:-}" ] || verify+=(-TSA-CAfile "$CINEBAR_SIGN_TSA_CAFILE")
+system="the system's CA certificates"
+report="$("$tool" verify "${verify[@]}" -in "$result" 2>&1)" ||
+  signing_fail "the signed $(basename "$out") does not verify against ${CINEBAR_SIGN_CAFILE:-$system}:
+$report"
+if [ ${#servers[@]} -gt 0 ] && ! grep -q '^Timestamp Server Signature verification: ok' <<<"$report"; then
+  signing_fail "the time stamp on the signed $(basename "$out") does not verify against" \
+    "${CINEBAR_SIGN_TSA_CAFILE:-$system}:
+$report"
 fi
-mv -f "$part" "$out"
+mv -f "$result" "$out"

@@ -83,6 +83,8 @@ export CINEBAR_SIGN_PKCS11_MODULE="$CINEBAR_SOFTHSM2"
 export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=private"
 export CINEBAR_SIGN_CERT="$work/chain.pem"
 export CINEBAR_SIGN_PIN="$PIN"
+# What every signature and time stamp must verify against before it is kept.
+export CINEBAR_SIGN_CAFILE="$work/signing/test-ca.pem" CINEBAR_SIGN_TSA_CAFILE="$tsa/ca.pem"
 # A server that does not answer first: the next one is asked.
 CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ http://127.0.0.1:$(cat "$tsa/port")/"
 export CINEBAR_SIGN_TIMESTAMP_URL

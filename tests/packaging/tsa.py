@@ -2,13 +2,16 @@
 """A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1.
 
     tsa.py <openssl ts config> <port file>
+    tsa.py --silent <port file>
 
 Answers every POSTed time-stamp query with `openssl ts -reply` under the
 config's [tsa] section, writes the port it listens on to <port file> and
-serves until it is killed.
+serves until it is killed. With --silent it accepts every connection and
+never answers: a server that hangs.
 """
 import http.server
 import os
+import socket
 import subprocess
 import sys
 import tempfile
@@ -38,8 +41,19 @@ class Handler(http.server.BaseHTTPRequestHandler):
         pass
 
 
-server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
-with open(sys.argv[2] + ".part", "w") as f:
-    f.write(str(server.server_port))
-os.rename(sys.argv[2] + ".part", sys.argv[2])
-server.serve_forever()
+def publish_port(port):
+    with open(sys.argv[2] + ".part", "w") as f:
+        f.write(str(port))
+    os.rename(sys.argv[2] + ".part", sys.argv[2])
+
+
+if sys.argv[1] == "--silent":
+    listener = socket.create_server(("127.0.0.1", 0))
+    publish_port(listener.getsockname()[1])
+    held = []
+    while True:
+        held.append(listener.accept()[0])
+else:
+    server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+    publish_port(server.server_port)
+    server.serve_forever()
