@@ -3,7 +3,7 @@
 # one: a self-signed test CA and a code-signing certificate it issues, both
 # named as test certificates, so nothing signed with them passes for a release.
 #
-#   make-test-certificate.sh <folder>
+#   make-test-certificate.sh <folder> [<not before> <not after> [<extended key usage>]]
 #
 # Writes into <folder>: test-ca.pem (the CA certificate, for verifying) and
 # test-signing.p12 (key, certificate and CA, empty password, for signing).
@@ -12,18 +12,20 @@
 #
 # Validity runs from 1970 to 2099 rather than from today: signatures carry the
 # commit's time (SOURCE_DATE_EPOCH), which lies before the day the certificate
-# is made, and a verifier checks the chain at that time.
+# is made, and a verifier checks the chain at that time. The tests make
+# certificates that signing must refuse with other dates (YYYYMMDDHHMMSSZ)
+# or another extended key usage (an openssl name such as emailProtection).
 set -euo pipefail
-if [ $# -ne 1 ]; then
-  echo "usage: $0 <folder>" >&2
+if [ $# -ne 1 ] && [ $# -ne 3 ] && [ $# -ne 4 ]; then
+  echo "usage: $0 <folder> [<not before> <not after> [<extended key usage>]]" >&2
   exit 2
 fi
 out="$1"
+start="${2:-19700101000000Z}" end="${3:-20991231235959Z}" usage="${4:-codeSigning}"
 mkdir -p "$out"
 work="$(mktemp -d "$out/.make.XXXXXX")"
 trap 'rm -rf "$work"' EXIT
 
-readonly START=19700101000000Z END=20991231235959Z
 readonly CA_NAME="/O=Cinebar Test Signing/CN=Cinebar Test CA - not trusted"
 readonly SIGNER_NAME="/O=Cinebar Test Signing/CN=Cinebar Test Signing - not trusted"
 
@@ -53,12 +55,12 @@ subjectKeyIdentifier = hash
 [signer_ext]
 basicConstraints = critical, CA:false
 keyUsage = critical, digitalSignature
-extendedKeyUsage = critical, codeSigning
+extendedKeyUsage = critical, $usage
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid
 CNF
 
-ca() { openssl ca -batch -notext -config "$work/ca.cnf" -startdate "$START" -enddate "$END" "$@" 2>"$work/ca.log" ||
+ca() { openssl ca -batch -notext -config "$work/ca.cnf" -startdate "$start" -enddate "$end" "$@" 2>"$work/ca.log" ||
   { cat "$work/ca.log" >&2; exit 1; }; }
 
 openssl genpkey -quiet -algorithm RSA -pkeyopt rsa_keygen_bits:3072 -out "$work/ca.key"

@@ -19,7 +19,7 @@
 #
 # The signed file must verify against CINEBAR_SIGN_CAFILE (and its time stamp
 # against CINEBAR_SIGN_TSA_CAFILE) before it takes the place of <signed file>;
-# until then it lives in a hidden folder beside it, removed on any exit and,
+# until then it lives in a private folder in TMPDIR, removed on any exit and,
 # after a kill that allowed none, by the next run.
 set -euo pipefail
 if [ $# -lt 5 ] || [ $# -gt 6 ]; then
@@ -32,14 +32,11 @@ signing_tool=sign.sh
 # shellcheck source=packaging/signing_key.sh
 source "$(dirname "${BASH_SOURCE[0]}")/signing_key.sh"
 
-# One rule signs one file at a time: what an earlier run left is stale.
 mkdir -p "$(dirname "$out")"
-rm -rf "$(dirname "$out")/.$(basename "$out").signing."*
-work="$(mktemp -d "$(dirname "$out")/.$(basename "$out").signing.XXXXXX")"
-trap 'rm -rf "$work"' EXIT
-trap 'exit 129' HUP
-trap 'exit 130' INT
-trap 'exit 143' TERM
+# What a run killed outright left beside the output: one rule signs one file at a time.
+rm -f "$(dirname "$out")/.$(basename "$out").part"
+signing_scratch
+work="$signing_work"
 
 signing_load
 signing_certificates "$work"
@@ -91,4 +88,4 @@ if [ ${#servers[@]} -gt 0 ] && ! grep -q '^Timestamp Server Signature verificati
     "${CINEBAR_SIGN_TSA_CAFILE:-$system}:
 $report"
 fi
-mv -f "$result" "$out"
+signing_install "$result" "$out"

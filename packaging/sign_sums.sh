@@ -20,11 +20,8 @@ signing_tool=sign_sums.sh
 # shellcheck source=packaging/signing_key.sh
 source "$(dirname "${BASH_SOURCE[0]}")/signing_key.sh"
 
-work="$(mktemp -d "$(dirname "$sums")/.$(basename "$sums").signing.XXXXXX")"
-trap 'rm -rf "$work"' EXIT
-trap 'exit 129' HUP
-trap 'exit 130' INT
-trap 'exit 143' TERM
+signing_scratch
+work="$signing_work"
 
 signing_load
 signing_certificates "$work"
@@ -58,4 +55,4 @@ ca=()
 openssl cms -verify -binary -purpose any -content "$sums" -inform DER -in "$work/sig" "${ca[@]}" \
   -out /dev/null >"$work/log" 2>&1 ||
   signing_fail "the signature of $sums does not verify: $(cat "$work/log")"
-mv -f "$work/sig" "$sums.sig"
+signing_install "$work/sig" "$sums.sig"

@@ -24,6 +24,32 @@ signing_fail() {
   exit 1
 }
 
+# signing_scratch: a private folder for the run in TMPDIR, in signing_work,
+# removed on exit and on HUP, INT and TERM. The folders of runs killed outright
+# (SIGKILL), whose process is gone, are removed first.
+signing_scratch() {
+  local tmp="${TMPDIR:-/tmp}" folder pid
+  for folder in "$tmp"/cinebar-sign.*.*; do
+    pid="${folder#"$tmp"/cinebar-sign.}"
+    pid="${pid%%.*}"
+    [ ! -d "$folder" ] || kill -0 "$pid" 2>/dev/null || rm -rf "$folder" 2>/dev/null || true
+  done
+  signing_work="$(mktemp -d "$tmp/cinebar-sign.$$.XXXXXX")"
+  trap 'rm -rf "$signing_work"' EXIT
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+}
+
+# signing_install <file> <destination>: puts a finished file in place, whole:
+# copied beside it under a hidden name, then renamed.
+signing_install() {
+  local part
+  part="$(dirname "$2")/.$(basename "$2").part"
+  cp "$1" "$part"
+  mv -f "$part" "$2"
+}
+
 # Sets signing_kind (pkcs11 or pkcs12) and signing_secret.
 signing_load() {
   if [ -n "${CINEBAR_SIGN_SETTINGS:-}" ]; then

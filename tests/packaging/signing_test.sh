@@ -21,60 +21,12 @@ here="$(dirname "${BASH_SOURCE[0]}")"
 source "$here/checks.sh"
 # shellcheck source=tests/packaging/wine.sh
 source "$here/wine.sh"
-tsa_pid=""
-trap '[ -z "$tsa_pid" ] || kill "$tsa_pid"; cleanup' EXIT
+# shellcheck source=tests/packaging/signing_fixtures.sh
+source "$here/signing_fixtures.sh"
+trap 'stop_servers; cleanup' EXIT
 quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; exit 2; }; }
-
-# ---- a token with the test key ----------------------------------------------------
-
-quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/signing"
-quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nodes -nocerts -out "$work/key.pem"
-quiet openssl pkcs8 -topk8 -nocrypt -in "$work/key.pem" -out "$work/key.p8"
-quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
-mkdir "$work/tokens"
-export SOFTHSM2_CONF="$work/softhsm2.conf"
-printf 'directories.tokendir = %s\nobjectstore.backend = file\nlog.level = ERROR\n' "$work/tokens" >"$SOFTHSM2_CONF"
-readonly PIN=4711-test
-quiet softhsm2-util --init-token --free --label cinebar-test --so-pin 87654321 --pin "$PIN"
-quiet softhsm2-util --import "$work/key.p8" --token cinebar-test --label release --id 01 --pin "$PIN"
-rm -f "$work/key.pem" "$work/key.p8"
-
-# ---- a time-stamp authority ----------------------------------------------------------
-
-tsa="$work/tsa"
-mkdir "$tsa"
-quiet openssl req -x509 -newkey rsa:3072 -nodes -keyout "$tsa/ca.key" -out "$tsa/ca.pem" -days 2 \
-  -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA CA - not trusted" \
-  -addext "basicConstraints=critical,CA:true" -addext "keyUsage=critical,keyCertSign"
-quiet openssl req -new -newkey rsa:3072 -nodes -keyout "$tsa/tsa.key" -out "$tsa/tsa.csr" \
-  -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA - not trusted"
-printf 'basicConstraints=critical,CA:false\nkeyUsage=critical,digitalSignature\nextendedKeyUsage=critical,timeStamping\n' \
-  >"$tsa/ext"
-quiet openssl x509 -req -in "$tsa/tsa.csr" -CA "$tsa/ca.pem" -CAkey "$tsa/ca.key" -CAcreateserial -days 2 \
-  -extfile "$tsa/ext" -out "$tsa/tsa.pem"
-cat >"$tsa/ts.cnf" <<CNF
-[tsa]
-default_tsa = test_tsa
-[test_tsa]
-serial = $tsa/serial
-crypto_device = builtin
-signer_cert = $tsa/tsa.pem
-certs = $tsa/ca.pem
-signer_key = $tsa/tsa.key
-signer_digest = sha256
-default_policy = 1.3.6.1.4.1.57264.1
-digests = sha256, sha384, sha512
-accuracy = secs:1
-ordering = no
-tsa_name = no
-ess_cert_id_chain = no
-ess_cert_id_alg = sha256
-CNF
-echo 01 >"$tsa/serial"
-"$CINEBAR_PYTHON3" "$here/tsa.py" "$tsa/ts.cnf" "$tsa/port" &
-tsa_pid=$!
-for _ in $(seq 100); do [ -f "$tsa/port" ] && break; sleep 0.1; done
-[ -f "$tsa/port" ] || { echo "the time-stamp authority did not start" >&2; exit 2; }
+make_token
+start_tsa
 
 # ---- signing through the token -----------------------------------------------------
 
@@ -84,9 +36,9 @@ export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=pr
 export CINEBAR_SIGN_CERT="$work/chain.pem"
 export CINEBAR_SIGN_PIN="$PIN"
 # What every signature and time stamp must verify against before it is kept.
-export CINEBAR_SIGN_CAFILE="$work/signing/test-ca.pem" CINEBAR_SIGN_TSA_CAFILE="$tsa/ca.pem"
+export CINEBAR_SIGN_CAFILE="$work/signing/test-ca.pem" CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem"
 # A server that does not answer first: the next one is asked.
-CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ http://127.0.0.1:$(cat "$tsa/port")/"
+CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ $tsa_url"
 export CINEBAR_SIGN_TIMESTAMP_URL
 out="$work/out"
 mkdir "$out"
@@ -107,7 +59,7 @@ cp "$(unix_path "C:\\Signed\\Uninstall $CINEBAR_PRODUCT.exe")" "$out/uninstaller
 signer="$(openssl x509 -in "$work/chain.pem" -noout -subject -nameopt compat | sed 's/^subject=//')"
 for file in "$out/$CINEBAR_MODULE_NAME" "$out/setup.exe" "$out/uninstaller.exe" "$out/package.msi"; do
   name="$(basename "$file")"
-  report="$("$CINEBAR_OSSLSIGNCODE" verify -CAfile "$work/signing/test-ca.pem" -TSA-CAfile "$tsa/ca.pem" \
+  report="$("$CINEBAR_OSSLSIGNCODE" verify -CAfile "$work/signing/test-ca.pem" -TSA-CAfile "$work/tsa/ca.pem" \
     -in "$file" 2>&1)"
   echo "---- osslsigncode verify $name"
   echo "$report"

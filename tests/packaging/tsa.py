@@ -7,7 +7,8 @@
 Answers every POSTed time-stamp query with `openssl ts -reply` under the
 config's [tsa] section, writes the port it listens on to <port file> and
 serves until it is killed. With --silent it accepts every connection and
-never answers: a server that hangs.
+never answers, a server that hangs, and appends a line to <port
+file>.connections for each connection.
 """
 import http.server
 import os
@@ -53,6 +54,8 @@ if sys.argv[1] == "--silent":
     held = []
     while True:
         held.append(listener.accept()[0])
+        with open(sys.argv[2] + ".connections", "a") as f:
+            f.write("connection\n")
 else:
     server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
     publish_port(server.server_port)

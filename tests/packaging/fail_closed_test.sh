@@ -1,0 +1,237 @@
+#!/usr/bin/env bash
+# Signing and publishing that fail closed, one case per run:
+#   settings     the build signs with the environment it runs in, not the one
+#                of its first configure, and re-signs when that changes
+#   certificate  a certificate outside its validity or not for code signing
+#                is refused before signing; a signature or time stamp that
+#                does not verify against the configured CAs is not kept
+#   timestamp    a time-stamp server that accepts and never answers costs its
+#                time limit, then the next one is asked
+#   kill         a signing killed outright leaves no secret and no output
+#   publish      dist/ is replaced whole, or left as it was; its SHA256SUMS and
+#                the zip's check and their signatures verify
+#
+#   fail_closed_test.sh settings|certificate|timestamp|kill|publish
+#
+# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
+set -u -o pipefail
+
+for var in CINEBAR_PACKAGING_DIR CINEBAR_UNSIGNED_MODULE CINEBAR_OSSLSIGNCODE CINEBAR_SOFTHSM2 CINEBAR_PYTHON3 \
+           CINEBAR_RELEASE_EPOCH_FILE CINEBAR_STAGE_DIR; do
+  if [ -z "${!var:-}" ]; then
+    echo "fail_closed_test.sh: $var is not set (run it through ctest)" >&2
+    exit 2
+  fi
+done
+here="$(dirname "${BASH_SOURCE[0]}")"
+work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-fail-closed.XXXXXX")"
+# shellcheck source=tests/packaging/checks.sh
+source "$here/checks.sh"
+# shellcheck source=tests/packaging/signing_fixtures.sh
+source "$here/signing_fixtures.sh"
+trap 'stop_servers; rm -rf "$work"' EXIT
+quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; exit 2; }; }
+# The signing commands see only what a case sets, and keep their scratch files in $work/tmp.
+unset "${!CINEBAR_SIGN_@}"
+mkdir "$work/tmp" "$work/out"
+export TMPDIR="$work/tmp"
+# The build date: two days ago, so that a certificate can start between it and now.
+epoch="$work/epoch"
+date -u -d '-2 days' +%s >"$epoch"
+yesterday="$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)"
+
+# sign <output>: signs the unsigned module into <output>.
+signing=("$CINEBAR_PACKAGING_DIR/sign.sh" "$CINEBAR_OSSLSIGNCODE" "$epoch" Cinebar https://example.invalid/
+         "$CINEBAR_UNSIGNED_MODULE")
+sign() { "${signing[@]}" "$1"; }
+fails() { ! "$@" 2>"$work/stderr"; }
+said() { grep -qF -- "$1" "$work/stderr" || { echo "  no '$1' in:"; sed 's/^/    /' "$work/stderr"; return 1; }; }
+verifies() { "$CINEBAR_OSSLSIGNCODE" verify -CAfile "$1" -in "$2" >/dev/null 2>&1; }
+# A key in a PKCS#12 file: make-test-certificate.sh's, in <folder>.
+use_pkcs12() {
+  export CINEBAR_SIGN_PKCS12="$1/test-signing.p12" CINEBAR_SIGN_CAFILE="$1/test-ca.pem" CINEBAR_SIGN_PASSWORD=""
+}
+use_token() {
+  export CINEBAR_SIGN_PKCS11_MODULE="$CINEBAR_SOFTHSM2" CINEBAR_SIGN_PIN="$PIN"
+  export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=private"
+  export CINEBAR_SIGN_CERT="$work/chain.pem" CINEBAR_SIGN_CAFILE="$work/signing/test-ca.pem"
+}
+
+case_settings() {
+  local settings="$work/settings.env"
+  resolve() {
+    cmake "-DCONFIGURED=$work/configured.cmake" "-DOUTPUT=$settings" "-DVERIFY_CA=$work/verify-ca.pem" \
+      "-DTEST_PKCS12=$work/signing/test-signing.p12" "-DTEST_CAFILE=$work/signing/test-ca.pem" \
+      -P "$CINEBAR_PACKAGING_DIR/signing_settings.cmake" >/dev/null 2>"$work/stderr"
+  }
+  setting() { (source "$settings" && printf '%s' "${!1}"); }
+  unchanged() { [ "$(stat -c %Y "$settings")" = 0 ]; }
+  make_token
+  # A tree configured without a key: the cache holds empty settings but for one time-stamp server.
+  printf 'set(configured_CINEBAR_SIGN_TIMESTAMP_URL [==[http://configured.invalid/]==])\n' >"$work/configured.cmake"
+  check "no key: the test certificate" resolve
+  check "... is named" equals "$(setting CINEBAR_SIGN_PKCS12)" "$work/signing/test-signing.p12"
+  check "... with the test CA" cmp -s "$work/verify-ca.pem" "$work/signing/test-ca.pem"
+  check "... and the cache's time-stamp server" equals "$(setting CINEBAR_SIGN_TIMESTAMP_URL)" http://configured.invalid/
+  use_token
+  export CINEBAR_SIGN_TIMESTAMP_URL="http://first.invalid/"
+  touch -d @0 "$settings"
+  check "exports after configuring: read by the build" resolve
+  check "... the token's library" equals "$(setting CINEBAR_SIGN_PKCS11_MODULE)" "$CINEBAR_SOFTHSM2"
+  check "... the key's URI, semicolons and all" equals "$(setting CINEBAR_SIGN_PKCS11_KEY)" "$CINEBAR_SIGN_PKCS11_KEY"
+  check "... the time-stamp server" equals "$(setting CINEBAR_SIGN_TIMESTAMP_URL)" http://first.invalid/
+  check "... so everything is signed again" not unchanged
+  check "the PIN is not written" not grep -qF "$PIN" "$settings"
+  touch -d @0 "$settings"
+  check "the same environment again" resolve
+  check "... signs nothing again" unchanged
+  export CINEBAR_SIGN_TIMESTAMP_URL="http://second.invalid/"
+  check "another time-stamp server" resolve
+  check "... is read" equals "$(setting CINEBAR_SIGN_TIMESTAMP_URL)" http://second.invalid/
+  check "... and signs again" not unchanged
+  touch -d @0 "$settings"
+  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/other"
+  quiet openssl pkcs12 -in "$work/other/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
+  check "a new certificate at the same path" resolve
+  check "... signs again" not unchanged
+  export CINEBAR_SIGN_CERT="$work/no-such-chain.pem"
+  check "a certificate that is not there" fails resolve
+  check "... is named" said CINEBAR_SIGN_CERT
+  export CINEBAR_SIGN_TIMESTAMP_TIMEOUT=soon CINEBAR_SIGN_CERT="$work/chain.pem"
+  check "a time limit that is no number" fails resolve
+  check "... is named" said CINEBAR_SIGN_TIMESTAMP_TIMEOUT
+}
+
+case_certificate() {
+  local row what start end usage message
+  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/valid"
+  use_pkcs12 "$work/valid"
+  check "a valid certificate signs" sign "$work/out/valid.aex"
+  check "... and the signature verifies" verifies "$work/valid/test-ca.pem" "$work/out/valid.aex"
+  # name | not before | not after | extended key usage | what the refusal says
+  for row in "expired|20200101000000Z|20210101000000Z|codeSigning|(the build date)" \
+             "expired since the build date|19700101000000Z|$yesterday|codeSigning|(now)" \
+             "issued after the build date|$yesterday|20991231235959Z|codeSigning|(the build date)" \
+             "not for code signing|19700101000000Z|20991231235959Z|emailProtection|not for code signing"; do
+    IFS='|' read -r what start end usage message <<<"$row"
+    quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/$what" "$start" "$end" "$usage"
+    use_pkcs12 "$work/$what"
+    check "$what: refused" fails sign "$work/out/$what.aex"
+    check "$what: says so" said "$message"
+    check "$what: nothing written" test ! -e "$work/out/$what.aex"
+    check "$what: the sums are not signed either" fails "$CINEBAR_PACKAGING_DIR/sign_sums.sh" "$epoch" "$epoch"
+    check "$what: ... says so" said "$message"
+  done
+  use_pkcs12 "$work/valid"
+  export CINEBAR_SIGN_CAFILE="$work/expired/test-ca.pem"
+  check "a signature another CA does not vouch for: refused" fails sign "$work/out/other-ca.aex"
+  check "... and not kept" test ! -e "$work/out/other-ca.aex"
+  check "... names the CA" said "does not verify against $CINEBAR_SIGN_CAFILE"
+  start_tsa
+  export CINEBAR_SIGN_CAFILE="$work/valid/test-ca.pem" CINEBAR_SIGN_TIMESTAMP_URL="$tsa_url"
+  export CINEBAR_SIGN_TSA_CAFILE="$work/valid/test-ca.pem"
+  check "a time stamp another CA does not vouch for: refused" fails sign "$work/out/other-tsa.aex"
+  check "... and not kept" test ! -e "$work/out/other-tsa.aex"
+  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem"
+  check "a time stamp its CA vouches for: kept" sign "$work/out/stamped.aex"
+}
+
+case_timestamp() {
+  local started
+  make_token
+  use_token
+  start_tsa
+  start_silent_server first
+  local first="$silent_url"
+  start_silent_server second
+  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=2
+  # The outer limit only keeps a hang from stalling the suite: 124 is a hang.
+  export CINEBAR_SIGN_TIMESTAMP_URL="$first $silent_url $tsa_url"
+  check "two silent servers, then one that answers: signed" timeout 120 "${signing[@]}" "$work/out/stamped.aex" \
+    2>"$work/stderr"
+  check "... time-stamped by the third" grep -q '^Timestamp Server Signature verification: ok' \
+    <<<"$("$CINEBAR_OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -TSA-CAfile "$CINEBAR_SIGN_TSA_CAFILE" \
+      -in "$work/out/stamped.aex" 2>&1)"
+  check "... after both silent ones were asked" test -s "$work/second.port.connections"
+  check "... each named with its limit" said "$first: no answer within 2 s"
+  export CINEBAR_SIGN_TIMESTAMP_URL="$first $silent_url"
+  timeout 120 "${signing[@]}" "$work/out/unstamped.aex" 2>"$work/stderr"
+  started=$?
+  check "only silent servers: fails, and does not hang (exit $started)" test "$started" -ne 0 -a "$started" -ne 124
+  check "... says so" said "no time-stamp server answered"
+  check "... and writes nothing" test ! -e "$work/out/unstamped.aex"
+}
+
+case_kill() {
+  make_token
+  use_token
+  start_silent_server silent
+  export CINEBAR_SIGN_TIMESTAMP_URL="$silent_url" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=600
+  setsid "${signing[@]}" "$work/out/killed.aex" 2>/dev/null &
+  local pid=$!
+  for _ in $(seq 300); do [ -s "$work/silent.port.connections" ] && break; sleep 0.1; done
+  check "signing waits on the silent server" test -s "$work/silent.port.connections"
+  check "while it waits, no file holds the PIN" not grep -rlF "$PIN" "$work/tmp" "$work/out"
+  kill -KILL -- "-$pid"
+  wait "$pid" 2>/dev/null
+  check "killed: no file holds the PIN" not grep -rlF "$PIN" "$work/tmp" "$work/out"
+  check "killed: no output" test ! -e "$work/out/killed.aex"
+  check "killed: nothing half-signed beside it" equals "$(ls -A "$work/out")" ""
+  unset CINEBAR_SIGN_TIMESTAMP_URL
+  check "signed again" sign "$work/out/killed.aex"
+  check "... and only the output is left" equals "$(ls -A "$work/out")" killed.aex
+  check "... nothing of the killed run in TMPDIR" equals "$(ls -A "$work/tmp")" ""
+}
+
+case_publish() {
+  local dist="$work/dist" module=KSCinebar.aex before
+  publish() {
+    "$CINEBAR_PACKAGING_DIR/publish.sh" "$dist" Cinebar-test "$epoch" "$CINEBAR_PACKAGING_DIR/INSTALL.txt.in" \
+      "$CINEBAR_PACKAGING_DIR/../LICENSE" "$@" 2>"$work/stderr"
+  }
+  snapshot() { (cd "$dist" && find . -type f -exec sha256sum {} + | sort); }
+  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/keys"
+  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/stranger"
+  use_pkcs12 "$work/keys"
+  mkdir -p "$work/stage" "$dist/previews"
+  quiet sign "$work/stage/$module"
+  cp "$CINEBAR_STAGE_DIR/$module.debug" "$work/stage/"
+  echo "the last release" >"$dist/Cinebar-0.9-win64.zip"
+  echo "preview" >"$dist/previews/contact-sheet.png"
+  use_pkcs12 "$work/stranger"
+  quiet sign "$work/stranger.aex"
+  use_pkcs12 "$work/keys"
+  before="$(snapshot)"
+  check "a file signed by another key: not published" fails publish "$work/stage/$module.debug" \
+    "$work/stranger.aex"
+  check "... names it" said "stranger.aex does not verify"
+  check "... and dist/ is as it was" equals "$(snapshot)" "$before"
+  check "... with nothing beside it" equals "$(ls -A "$work")" "$(ls -A "$work" | grep -v '^dist\.')"
+  check "verified files: published" publish "$work/stage/$module" "$work/stage/$module.debug"
+  check "... dist/ holds the release and the previews only" equals "$(cd "$dist" && find . -type f | sort | xargs)" \
+    "./Cinebar-test.zip ./KSCinebar.aex ./KSCinebar.aex.debug ./SHA256SUMS ./SHA256SUMS.sig ./previews/contact-sheet.png"
+  check "... sha256sum -c SHA256SUMS in dist/" bash -c "cd '$dist' && sha256sum --check --strict --quiet SHA256SUMS"
+  mkdir "$work/unzipped"
+  quiet unzip -q "$dist/Cinebar-test.zip" -d "$work/unzipped"
+  check "... and in the unpacked zip" bash -c "cd '$work/unzipped/Cinebar-test' && sha256sum --check --strict --quiet SHA256SUMS"
+  check "... which lists all it holds" equals "$(cut -c67- "$work/unzipped/Cinebar-test/SHA256SUMS" | sort | xargs)" \
+    "$(ls "$work/unzipped/Cinebar-test" | grep -v '^SHA256SUMS' | sort | xargs)"
+  for sums in "$dist/SHA256SUMS" "$work/unzipped/Cinebar-test/SHA256SUMS"; do
+    check "$sums: the signature verifies" openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
+      -in "$sums.sig" -CAfile "$work/keys/test-ca.pem" -out /dev/null
+    check "$sums: not against another CA" not openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
+      -in "$sums.sig" -CAfile "$work/stranger/test-ca.pem" -out /dev/null
+    echo "0000000000000000000000000000000000000000000000000000000000000000  extra" >>"$sums"
+    check "$sums: nor for changed sums" not openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
+      -in "$sums.sig" -CAfile "$work/keys/test-ca.pem" -out /dev/null 2>/dev/null
+  done
+}
+
+case "${1:-}" in
+  settings | certificate | timestamp | kill | publish) "case_$1" ;;
+  *)
+    echo "usage: $0 settings|certificate|timestamp|kill|publish" >&2
+    exit 2
+    ;;
+esac
+checks_summary

@@ -1,0 +1,83 @@
+# shellcheck shell=bash
+# Sourced by the signing tests: a SoftHSM2 token holding a test key, a
+# time-stamp authority on 127.0.0.1 (tsa.py) and a server there that accepts
+# and never answers. Each writes into $work and needs quiet() and
+# CINEBAR_PYTHON3, CINEBAR_PACKAGING_DIR; the servers are stopped by
+# stop_servers.
+
+readonly PIN=4711-test
+server_pids=()
+stop_servers() {
+  local pid
+  for pid in "${server_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+}
+
+# make_token: a test CA and key in $work/signing, the key in a SoftHSM2 token
+# "cinebar-test" (PIN $PIN, object "release"), its certificate and chain in
+# $work/chain.pem.
+make_token() {
+  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/signing"
+  quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nodes -nocerts -out "$work/key.pem"
+  quiet openssl pkcs8 -topk8 -nocrypt -in "$work/key.pem" -out "$work/key.p8"
+  quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
+  mkdir "$work/tokens"
+  export SOFTHSM2_CONF="$work/softhsm2.conf"
+  printf 'directories.tokendir = %s\nobjectstore.backend = file\nlog.level = ERROR\n' "$work/tokens" >"$SOFTHSM2_CONF"
+  quiet softhsm2-util --init-token --free --label cinebar-test --so-pin 87654321 --pin "$PIN"
+  quiet softhsm2-util --import "$work/key.p8" --token cinebar-test --label release --id 01 --pin "$PIN"
+  rm -f "$work/key.pem" "$work/key.p8"
+}
+
+# serve <port file> <tsa.py arguments...>: starts tsa.py, waits for its port.
+serve() {
+  local port_file="$1"
+  shift
+  "$CINEBAR_PYTHON3" "$(dirname "${BASH_SOURCE[0]}")/tsa.py" "$@" &
+  server_pids+=($!)
+  for _ in $(seq 100); do [ -f "$port_file" ] && break; sleep 0.1; done
+  [ -f "$port_file" ] || { echo "tsa.py $* did not start" >&2; exit 2; }
+}
+
+# start_tsa: a time-stamp authority with a CA of its own ($work/tsa/ca.pem);
+# its URL in tsa_url.
+start_tsa() {
+  local tsa="$work/tsa"
+  mkdir "$tsa"
+  quiet openssl req -x509 -newkey rsa:3072 -nodes -keyout "$tsa/ca.key" -out "$tsa/ca.pem" -days 2 \
+    -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA CA - not trusted" \
+    -addext "basicConstraints=critical,CA:true" -addext "keyUsage=critical,keyCertSign"
+  quiet openssl req -new -newkey rsa:3072 -nodes -keyout "$tsa/tsa.key" -out "$tsa/tsa.csr" \
+    -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA - not trusted"
+  printf 'basicConstraints=critical,CA:false\nkeyUsage=critical,digitalSignature\nextendedKeyUsage=critical,timeStamping\n' \
+    >"$tsa/ext"
+  quiet openssl x509 -req -in "$tsa/tsa.csr" -CA "$tsa/ca.pem" -CAkey "$tsa/ca.key" -CAcreateserial -days 2 \
+    -extfile "$tsa/ext" -out "$tsa/tsa.pem"
+  cat >"$tsa/ts.cnf" <<CNF
+[tsa]
+default_tsa = test_tsa
+[test_tsa]
+serial = $tsa/serial
+crypto_device = builtin
+signer_cert = $tsa/tsa.pem
+certs = $tsa/ca.pem
+signer_key = $tsa/tsa.key
+signer_digest = sha256
+default_policy = 1.3.6.1.4.1.57264.1
+digests = sha256, sha384, sha512
+accuracy = secs:1
+ordering = no
+tsa_name = no
+ess_cert_id_chain = no
+ess_cert_id_alg = sha256
+CNF
+  echo 01 >"$tsa/serial"
+  serve "$tsa/port" "$tsa/ts.cnf" "$tsa/port"
+  tsa_url="http://127.0.0.1:$(cat "$tsa/port")/"
+}
+
+# start_silent_server <name>: a server that accepts and never answers; its URL
+# in silent_url, the connections it took counted in $work/<name>.port.connections.
+start_silent_server() {
+  serve "$work/$1.port" --silent "$work/$1.port"
+  silent_url="http://127.0.0.1:$(cat "$work/$1.port")/"
+}
