@@ -70,7 +70,7 @@ if [ ${#servers[@]} -gt 0 ]; then
     elif [ $? -ge 124 ]; then
       echo "sign.sh: time-stamp server $server: no answer within ${CINEBAR_SIGN_TIMESTAMP_TIMEOUT} s" >&2
     else
-      echo "sign.sh: time-stamp server $server failed: $(tail -n 3 "$work/log")" >&2
+      echo "sign.sh: time-stamp server $server failed: $(grep -m 1 -iE 'failure|error' "$work/log")" >&2
     fi
   done
   [ -n "$result" ] || signing_fail "no time-stamp server answered (CINEBAR_SIGN_TIMESTAMP_URL): $in is not signed"

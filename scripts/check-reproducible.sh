@@ -2,7 +2,7 @@
 # Checks that the release is reproducible: builds one commit twice, from two
 # clones at different absolute paths with fresh build trees and the same
 # signing key, and compares the shippable files byte for byte (module, its
-# symbols, installer, MSI package, zip, SHA256SUMS). The first is a build by
+# symbols, installer, MSI package, zip, SHA256SUMS and its signature). The first is a build by
 # hand, with no SOURCE_DATE_EPOCH in the environment: the configure and build
 # steps of `cmake --workflow --preset win64`, for the release target. The
 # second is scripts/build.sh with SOURCE_DATE_EPOCH set to the commit's time.
@@ -20,8 +20,8 @@ repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 commit="$(git -C "$repo" rev-parse --verify "${1:-HEAD}^{commit}")"
 epoch="$(git -C "$repo" log -1 --format=%ct "$commit")"
 unset SOURCE_DATE_EPOCH
-# Time stamps differ on every build.
-unset CINEBAR_SIGN_TIMESTAMP_URL
+# Time stamps differ on every build; a token's key is not shared by the two builds.
+unset CINEBAR_SIGN_TIMESTAMP_URL CINEBAR_SIGN_PKCS11_MODULE
 
 # shellcheck source=scripts/deps.sh
 source "$repo/scripts/deps.sh"
@@ -65,14 +65,14 @@ echo "=== $commit by scripts/build.sh in ${trees[1]} (SOURCE_DATE_EPOCH=$epoch) 
 )
 echo "Two builds in $((SECONDS - start)) s"
 
-# The shippable files: those that SHA256SUMS lists, and SHA256SUMS itself.
+# The shippable files: those that SHA256SUMS lists, SHA256SUMS and its signature.
 files=()
 if [ -f "${trees[0]}/dist/SHA256SUMS" ]; then
   mapfile -t files < <(sed -E 's/^[0-9a-f]{64}  //' "${trees[0]}/dist/SHA256SUMS")
 fi
-files+=(SHA256SUMS)
+files+=(SHA256SUMS SHA256SUMS.sig)
 status=0
-if [ "${#files[@]}" -ne 6 ]; then
+if [ "${#files[@]}" -ne 7 ]; then
   echo "expected the module, its symbols, the installer, the MSI and the zip in SHA256SUMS, found: ${files[*]}"
   status=1
 fi

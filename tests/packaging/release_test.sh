@@ -8,13 +8,14 @@
 #     section the linked one (code, property list, resources, imports);
 #   - its GNU debug link finds dist/KSCinebar.aex.debug, which turns an
 #     address from a crash report into a source line;
-#   - SHA256SUMS covers every release file.
+#   - SHA256SUMS covers every release file and carries a signature that
+#     verifies; the zip holds the same for its own files.
 #
 # tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
 set -u -o pipefail
 
 for var in CINEBAR_OSSLSIGNCODE CINEBAR_OBJDUMP CINEBAR_OBJCOPY CINEBAR_ADDR2LINE CINEBAR_SHIPPED_MODULE \
-           CINEBAR_LINKED_MODULE CINEBAR_INSTALLER CINEBAR_MSI CINEBAR_RELEASE_EPOCH_FILE; do
+           CINEBAR_LINKED_MODULE CINEBAR_INSTALLER CINEBAR_MSI CINEBAR_RELEASE_EPOCH_FILE CINEBAR_SIGN_CAFILE; do
   if [ -z "${!var:-}" ]; then
     echo "release_test.sh: $var is not set (run it through ctest)" >&2
     exit 2
@@ -94,5 +95,19 @@ done
 check "SHA256SUMS lists five files" test "$(wc -l <<<"$listed")" -eq 5
 sums_match() { (cd "$dist" && sha256sum --check --quiet SHA256SUMS); }
 check "SHA256SUMS matches the files" sums_match
+sums_signed() {  # sums_signed <sums>
+  openssl cms -verify -binary -purpose any -content "$1" -inform DER -in "$1.sig" -CAfile "$CINEBAR_SIGN_CAFILE" \
+    -out /dev/null 2>/dev/null
+}
+check "SHA256SUMS.sig verifies" sums_signed "$dist/SHA256SUMS"
+zip="$(grep -oE '[^ ]+\.zip$' "$dist/SHA256SUMS")"
+unzip -q "$dist/$zip" -d "$work/unzipped"
+unpacked="$work/unzipped/${zip%.zip}"
+unpacked_sums_match() { (cd "$unpacked" && sha256sum --check --strict --quiet SHA256SUMS); }
+check "$zip: its SHA256SUMS matches its files" unpacked_sums_match
+check "$zip: ... and lists all but itself and its signature" equals \
+  "$(sed -E 's/^[0-9a-f]{64}  //' "$unpacked/SHA256SUMS" | sort | xargs)" \
+  "$(ls "$unpacked" | grep -vx 'SHA256SUMS\|SHA256SUMS.sig' | sort | xargs)"
+check "$zip: its SHA256SUMS.sig verifies" sums_signed "$unpacked/SHA256SUMS"
 
 checks_summary
