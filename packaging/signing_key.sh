@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034  # variables for the scripts that source this
 # Sourced by sign.sh and sign_sums.sh: the signing settings, the key, the
 # hand-over of its secret and the checks of its certificate.
 #

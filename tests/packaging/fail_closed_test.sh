@@ -14,6 +14,7 @@
 #   fail_closed_test.sh settings|certificate|timestamp|kill|publish
 #
 # tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
+# shellcheck disable=SC2317  # the helpers run through check
 set -u -o pipefail
 
 for var in CINEBAR_PACKAGING_DIR CINEBAR_UNSIGNED_MODULE CINEBAR_OSSLSIGNCODE CINEBAR_SOFTHSM2 CINEBAR_PYTHON3 \
@@ -64,6 +65,7 @@ case_settings() {
       "-DTEST_PKCS12=$work/signing/test-signing.p12" "-DTEST_CAFILE=$work/signing/test-ca.pem" \
       -P "$CINEBAR_PACKAGING_DIR/signing_settings.cmake" >/dev/null 2>"$work/stderr"
   }
+  # shellcheck source=/dev/null
   setting() { (source "$settings" && printf '%s' "${!1}"); }
   unchanged() { [ "$(stat -c %Y "$settings")" = 0 ]; }
   make_token
@@ -206,7 +208,7 @@ case_publish() {
     "$work/stranger.aex"
   check "... names it" said "stranger.aex does not verify"
   check "... and dist/ is as it was" equals "$(snapshot)" "$before"
-  check "... with nothing beside it" equals "$(ls -A "$work")" "$(ls -A "$work" | grep -v '^dist\.')"
+  check "... with nothing beside it" equals "$(find "$work" -maxdepth 1 -name 'dist.*')" ""
   check "verified files: published" publish "$work/stage/$module" "$work/stage/$module.debug"
   check "... dist/ holds the release and the previews only" equals "$(cd "$dist" && find . -type f | sort | xargs)" \
     "./Cinebar-test.zip ./KSCinebar.aex ./KSCinebar.aex.debug ./SHA256SUMS ./SHA256SUMS.sig ./previews/contact-sheet.png"
@@ -215,7 +217,7 @@ case_publish() {
   quiet unzip -q "$dist/Cinebar-test.zip" -d "$work/unzipped"
   check "... and in the unpacked zip" bash -c "cd '$work/unzipped/Cinebar-test' && sha256sum --check --strict --quiet SHA256SUMS"
   check "... which lists all it holds" equals "$(cut -c67- "$work/unzipped/Cinebar-test/SHA256SUMS" | sort | xargs)" \
-    "$(ls "$work/unzipped/Cinebar-test" | grep -v '^SHA256SUMS' | sort | xargs)"
+    "$(find "$work/unzipped/Cinebar-test" -type f ! -name 'SHA256SUMS*' -printf '%f\n' | sort | xargs)"
   for sums in "$dist/SHA256SUMS" "$work/unzipped/Cinebar-test/SHA256SUMS"; do
     check "$sums: the signature verifies" openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
       -in "$sums.sig" -CAfile "$work/keys/test-ca.pem" -out /dev/null

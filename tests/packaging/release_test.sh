@@ -107,7 +107,7 @@ unpacked_sums_match() { (cd "$unpacked" && sha256sum --check --strict --quiet SH
 check "$zip: its SHA256SUMS matches its files" unpacked_sums_match
 check "$zip: ... and lists all but itself and its signature" equals \
   "$(sed -E 's/^[0-9a-f]{64}  //' "$unpacked/SHA256SUMS" | sort | xargs)" \
-  "$(ls "$unpacked" | grep -vx 'SHA256SUMS\|SHA256SUMS.sig' | sort | xargs)"
+  "$(find "$unpacked" -type f ! -name 'SHA256SUMS*' -printf '%f\n' | sort | xargs)"
 check "$zip: its SHA256SUMS.sig verifies" sums_signed "$unpacked/SHA256SUMS"
 
 checks_summary

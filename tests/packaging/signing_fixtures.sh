@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034,SC2154  # $work is the sourcing script's; URLs are for it
 # Sourced by the signing tests: a SoftHSM2 token holding a test key, a
 # time-stamp authority on 127.0.0.1 (tsa.py) and a server there that accepts
 # and never answers. Each writes into $work and needs quiet() and
