@@ -16,6 +16,7 @@ check() {  # check <description> <command...>: runs the command, counts the resu
 }
 not() { ! "$@"; }
 equals() { [ "$1" = "$2" ] || { echo "  got '$1', expected '$2'"; return 1; }; }
+differs() { [ "$1" != "$2" ] || { echo "  both '$1'"; return 1; }; }
 checks_summary() {
   echo "$passed passed, $failed failed"
   [ "$failed" -eq 0 ]

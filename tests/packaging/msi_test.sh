@@ -17,7 +17,7 @@ for var in CINEBAR_WINE64 CINEBAR_MSI CINEBAR_MSI_OLDER CINEBAR_MSI_NEWER CINEBA
 done
 # msiexec's 1603 (fatal error: a launch condition or a downgrade refused), as
 # Wine hands it to a Unix parent: the low byte.
-readonly EXIT_REFUSED=$((1603 & 255))
+readonly EXIT_REFUSED=1603
 readonly EXIT_NSIS_REFUSES=3   # the NSIS installer while the MSI package is installed
 
 # shellcheck source=tests/packaging/checks.sh
@@ -30,7 +30,6 @@ msi() {  # msi /i|/x <package> [PROPERTY=value...]: exit code of a silent msiexe
   shift 2
   "$WINE" msiexec "$action" "$(winepath_w "$package")" /qn "$@"
 }
-exits() { local want="$1"; shift; "$@"; equals "$?" "$want"; }
 modules() { find "$WINEPREFIX/drive_c" -iname "$CINEBAR_MODULE_NAME" | wc -l; }
 module_is() { cmp -s "$(unix_path "$1\\$CINEBAR_MODULE_NAME")" "$2"; }
 clean() {  # nothing of ours left, for the next case

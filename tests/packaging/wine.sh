@@ -2,7 +2,7 @@
 # Sourced by the packaging tests that run Windows programs: a private Wine
 # prefix per test (removed at exit), paths, the registry, and the After
 # Effects installations a test pretends to have; the NSIS installer run
-# silently. Reads CINEBAR_WINE64 and CINEBAR_PRODUCT.
+# silently. Reads CINEBAR_WINE64, CINEBAR_PRODUCT and CINEBAR_INSTALLER.
 
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="
@@ -75,21 +75,15 @@ install_silently() {  # install_silently <installer> [options...]
   "$WINE" "$(winepath_w "$installer")" /S "$@"
 }
 
-# The uninstaller from the registry, run in place (_?=) so that it finishes
-# before Wine returns. _?= takes the rest of the command line unquoted, so
-# the folder goes in as separate words, which Wine joins with single blanks.
+# The documented silent uninstall: the setup program removes what is
+# installed and returns when it is done.
 uninstall_silently() {
-  local command folder
-  command="$(reg_value "$UNINSTALL_KEY" UninstallString)"
-  folder="$(reg_value "$UNINSTALL_KEY" InstallLocation)"
-  command="${command#\"}"
-  command="${command%\"}"
-  [ -n "$command" ] && [ -n "$folder" ] || { echo "  no uninstaller registered"; return 1; }
-  local -a words
-  read -ra words <<<"_?=$folder"
-  "$WINE" "$command" /S "${words[@]}"
+  "$WINE" "$(winepath_w "$CINEBAR_INSTALLER")" /S /UNINSTALL
 }
 
+# Wine hands a Windows exit code to a Unix parent as its low byte.
+exit_code() { echo $(($1 & 255)); }
+exits() { local want="$1"; shift; "$@"; equals "$?" "$(exit_code "$want")"; }
 
 winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
 
