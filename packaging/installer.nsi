@@ -12,6 +12,7 @@
 ;   UNINSTALL_KEY registry key of this installer's entry in Settings > Apps
 ;   SIGN          packaging/sign.sh                SIGN_TOOL  osslsigncode
 ;   SIGN_EPOCH_FILE  file with the signing time (seconds); sign.sh takes the key from the environment
+;   PYTHON3       Python with which describe_uninstaller.py gives the uninstaller its description
 ;   OUTFILE       the installer to write
 ; and may define STUB, the NSIS stub to build on (default amd64-unicode).
 ;
@@ -49,12 +50,16 @@
 !ifndef PRODUCT_PAGE | SIGN | SIGN_TOOL | SIGN_EPOCH_FILE
   !error "packaging/CMakeLists.txt defines how the installer is signed"
 !endif
-!ifndef INSTALL_ICON | UNINSTALL_ICON
-  !error "packaging/CMakeLists.txt names the icons"
+!ifndef INSTALL_ICON | UNINSTALL_ICON | PYTHON3
+  !error "packaging/CMakeLists.txt names the icons and Python"
 !endif
 !define SIGN_WITH '"${SIGN}" "${SIGN_TOOL}" "${SIGN_EPOCH_FILE}"'
-!uninstfinalize '${SIGN_WITH} "${PRODUCT} uninstaller" "${PRODUCT_PAGE}" "%1"' = 0
-!finalize '${SIGN_WITH} "${PRODUCT} ${VERSION} setup" "${PRODUCT_PAGE}" "%1"' = 0
+; The uninstaller carries the installer's version information: it gets a
+; description of its own, then its signature.
+!define UNINSTALLER_DESCRIPTION "${PRODUCT} uninstaller"
+!uninstfinalize '"${PYTHON3}" "${__FILEDIR__}/describe_uninstaller.py" "%1" "${UNINSTALLER_DESCRIPTION}"' = 0
+!uninstfinalize '${SIGN_WITH} "${UNINSTALLER_DESCRIPTION}" "${PRODUCT_PAGE}" "%1"' = 0
+!finalize '${SIGN_WITH} "${PRODUCT} ${VERSION} installer" "${PRODUCT_PAGE}" "%1"' = 0
 
 Unicode true
 ; The module is a 64-bit library, so the installer is a 64-bit program too:
@@ -100,7 +105,8 @@ DirText "Setup installs the ${PRODUCT} effect into this After Effects plug-in fo
 VIProductVersion "${VERSION_QUAD}"
 VIAddVersionKey /LANG=1033 "ProductName" "${PRODUCT}"
 VIAddVersionKey /LANG=1033 "CompanyName" "${PUBLISHER}"
-VIAddVersionKey /LANG=1033 "FileDescription" "${PRODUCT} ${VERSION} setup"
+; describe_uninstaller.py needs room for the uninstaller's shorter description.
+VIAddVersionKey /LANG=1033 "FileDescription" "${PRODUCT} ${VERSION} installer"
 VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "LegalCopyright" "${COPYRIGHT}"

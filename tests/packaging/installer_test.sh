@@ -16,7 +16,7 @@ set -u -o pipefail
 
 for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPED_MODULE CINEBAR_SHELL_TEST \
            CINEBAR_INSTALLER_OLDER CINEBAR_INSTALLER_NEWER CINEBAR_OLDER_MODULE CINEBAR_NEWER_MODULE \
-           CINEBAR_HOLD_MODULE CINEBAR_OSSLSIGNCODE CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
+           CINEBAR_HOLD_MODULE CINEBAR_PYTHON3 CINEBAR_OSSLSIGNCODE CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
   if [ -z "${!var:-}" ]; then
     echo "installer_test.sh: $var is not set (run it through ctest)" >&2
     exit 2
@@ -34,6 +34,15 @@ source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 # shellcheck source=tests/packaging/wine.sh
 source "$(dirname "${BASH_SOURCE[0]}")/wine.sh"
 
+# The FileDescription in a program's version resource.
+file_description() {
+  "$CINEBAR_PYTHON3" -c 'import sys
+data = open(sys.argv[1], "rb").read()
+key = "FileDescription\0".encode("utf-16-le")
+at = data.find(key) + len(key)
+at += at % 4
+print(data[at:data.find(b"\0\0", at) + 1].decode("utf-16-le"))' "$1"
+}
 kilobytes() { echo $((($(stat -c %s "$1") + 1023) / 1024)); }
 
 # ---- checks of one installation ---------------------------------------------------
@@ -52,6 +61,8 @@ check_installed() {  # check_installed <case> <expected Windows folder of the mo
     --gtest_filter='ModuleShell.*' --gtest_brief=1
 
   check "$name: the uninstaller is signed" signed "$(unix_path "$folder\\$UNINSTALLER")"
+  check "$name: the uninstaller describes itself" \
+    equals "$(file_description "$(unix_path "$folder\\$UNINSTALLER")")" "$CINEBAR_PRODUCT uninstaller"
 
   check "$name: DisplayName" equals "$(reg_value "$UNINSTALL_KEY" DisplayName)" "$CINEBAR_PRODUCT"
   check "$name: Publisher" equals "$(reg_value "$UNINSTALL_KEY" Publisher)" "$CINEBAR_PUBLISHER"
