@@ -7,11 +7,13 @@ failed=0
 check() {  # check <description> <command...>: runs the command, counts the result
   local what="$1"
   shift
-  if "$@"; then
+  "$@"
+  local status=$?
+  if [ "$status" -eq 0 ]; then
     passed=$((passed + 1))
   else
     failed=$((failed + 1))
-    echo "FAIL: $what"
+    echo "FAIL: $what (exit code $status)"
   fi
 }
 not() { ! "$@"; }

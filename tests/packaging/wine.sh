@@ -20,11 +20,24 @@ readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-i
 work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-wine-test.XXXXXX")"
 cleanup() {
   if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then
-    "$WINESERVER" -k >/dev/null 2>&1 || true
+    stop_windows
   fi
   rm -rf "$work"
 }
 trap cleanup EXIT
+
+# The prefix's Wine server stays up from the boot until the test ends. A
+# server that ends after a few idle seconds (Wine's default) can be ending just
+# as the next Windows program of the test connects, which then fails; on a
+# busy machine those seconds pass between two steps of a test.
+start_windows() {  # starts the server for good, then boots the prefix
+  "$WINESERVER" -p </dev/null >/dev/null 2>&1
+  "$WINE" wineboot "$@" >/dev/null 2>&1
+}
+stop_windows() {  # ends every Windows program of the prefix, and the server
+  "$WINESERVER" -k >/dev/null 2>&1 || true
+  "$WINESERVER" -w
+}
 
 new_prefix() {  # new_prefix <name> [WINEARCH]
   export WINEPREFIX="$work/$1"
@@ -32,6 +45,13 @@ new_prefix() {  # new_prefix <name> [WINEARCH]
   "$WINE" wineboot --init >/dev/null 2>&1
   "$WINESERVER" -w
   [ -f "$WINEPREFIX/system.reg" ] || { echo "cannot create the Wine prefix $WINEPREFIX" >&2; exit 2; }
+  start_windows
+}
+
+# Restarts Windows: the files that waited for it are renamed or removed.
+restart_windows() {
+  stop_windows
+  start_windows --restart
 }
 
 # C:\a\b -> <prefix>/drive_c/a/b
