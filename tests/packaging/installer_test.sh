@@ -144,8 +144,8 @@ test_install() {
 # eventually <command...>: the command succeeds within a minute (a program
 # that Windows runs on after its parent returned).
 eventually() {
-  local tries
-  for tries in $(seq 600); do
+  local _
+  for _ in $(seq 600); do
     "$@" && return 0
     sleep 0.1
   done
@@ -209,8 +209,8 @@ hold() {
   : >"$said"
   "$WINE" "$(winepath_w "$CINEBAR_HOLD_MODULE")" "$1" "C:\\release-module" >"$said" 2>&1 &
   holder=$!
-  local tries
-  for tries in $(seq 300); do
+  local _
+  for _ in $(seq 300); do
     grep -q loaded "$said" && return 0
     kill -0 "$holder" 2>/dev/null || break
     sleep 0.1

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Runs the MSI package with Wine's msiexec, silently, in a private prefix:
-# the folder it installs to, reinstall, upgrade, downgrade, uninstall (also
-# after the folder After Effects records moved), and how it meets the NSIS
-# installer. Each case starts from a clean prefix state.
+# the folder it installs to, reinstall, upgrade (in the folder of the
+# installed version, or one named), another build of the same version,
+# downgrade, uninstall (also after the folder After Effects records moved),
+# the module's file version, and how it meets the NSIS installer, whose entry
+# in Settings > Apps must agree with its own. Each case starts from a clean
+# prefix state.
 #
 # tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
 set -u -o pipefail
@@ -126,6 +129,15 @@ check "upgrade: one module" equals "$(modules)" 1
 check "upgrade: the chosen folder is recorded" equals "$(reg_value "HKLM\\$CINEBAR_MSI_KEY" InstallFolder)" "$chosen\\"
 check "upgrade: uninstalls from there" exits 0 msi /x "$CINEBAR_MSI"
 check "upgrade: no module left" equals "$(modules)" 0
+clean
+
+echo "case: upgrade with INSTALLFOLDER= moves the module"
+elsewhere="C:\\Else\\Effects"
+check "older version installs into the chosen folder" exits 0 msi /i "$CINEBAR_MSI_OLDER" "INSTALLFOLDER=$chosen"
+check "upgrade into another folder installs" exits 0 msi /i "$CINEBAR_MSI" "INSTALLFOLDER=$elsewhere"
+check "moved: the module is in the new folder" module_is "$elsewhere" "$CINEBAR_SHIPPED_MODULE"
+check "moved: one module" equals "$(modules)" 1
+check "moved: the new folder is recorded" equals "$(reg_value "HKLM\\$CINEBAR_MSI_KEY" InstallFolder)" "$elsewhere\\"
 clean
 
 echo "case: the same version from another build"
