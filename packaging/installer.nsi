@@ -57,9 +57,11 @@
 ; The uninstaller carries the installer's version information: it gets a
 ; description of its own, then its signature.
 !define UNINSTALLER_DESCRIPTION "${PRODUCT} uninstaller"
+; Longer than the uninstaller's: describe_uninstaller.py writes that one in its place.
+!define INSTALLER_DESCRIPTION "${PRODUCT} ${VERSION} installer"
 !uninstfinalize '"${PYTHON3}" "${__FILEDIR__}/describe_uninstaller.py" "%1" "${UNINSTALLER_DESCRIPTION}"' = 0
 !uninstfinalize '${SIGN_WITH} "${UNINSTALLER_DESCRIPTION}" "${PRODUCT_PAGE}" "%1"' = 0
-!finalize '${SIGN_WITH} "${PRODUCT} ${VERSION} installer" "${PRODUCT_PAGE}" "%1"' = 0
+!finalize '${SIGN_WITH} "${INSTALLER_DESCRIPTION}" "${PRODUCT_PAGE}" "%1"' = 0
 
 Unicode true
 ; The module is a 64-bit library, so the installer is a 64-bit program too:
@@ -105,8 +107,7 @@ DirText "Setup installs the ${PRODUCT} effect into this After Effects plug-in fo
 VIProductVersion "${VERSION_QUAD}"
 VIAddVersionKey /LANG=1033 "ProductName" "${PRODUCT}"
 VIAddVersionKey /LANG=1033 "CompanyName" "${PUBLISHER}"
-; describe_uninstaller.py needs room for the uninstaller's shorter description.
-VIAddVersionKey /LANG=1033 "FileDescription" "${PRODUCT} ${VERSION} installer"
+VIAddVersionKey /LANG=1033 "FileDescription" "${INSTALLER_DESCRIPTION}"
 VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "LegalCopyright" "${COPYRIGHT}"
