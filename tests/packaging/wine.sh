@@ -21,6 +21,13 @@ work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-wine-test.XXXXXX")"
 cleanup() {
   if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then
     stop_windows
+    # Debian's Wine keeps the server's socket in a temporary folder named in
+    # the prefix; it outlives the server.
+    local server_dir
+    server_dir="$(cat "$WINEPREFIX/wineserver" 2>/dev/null)"
+    case "$server_dir" in
+      wine-?*) rm -rf "${TMPDIR:-/tmp}/$server_dir" ;;
+    esac
   fi
   rm -rf "$work"
 }
