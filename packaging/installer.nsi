@@ -6,11 +6,13 @@
 ;   MODULE_FILE   the shipped module (signed)      MODULE_NAME   its file name when installed
 ;   LICENSE_FILE  licence shown before installing  COPYRIGHT     its copyright line
 ;   PRODUCT_PAGE  the publisher's page of the product
+;   INSTALL_ICON, UNINSTALL_ICON  icons of the installer and the uninstaller
 ;   AE_VERSIONS   After Effects versions searched, newest first, separated by blanks
 ;   MSI_KEY       registry key of an installation by the MSI package
 ;   UNINSTALL_KEY registry key of this installer's entry in Settings > Apps
 ;   SIGN          packaging/sign.sh                SIGN_TOOL  osslsigncode
 ;   SIGN_EPOCH_FILE  file with the signing time (seconds); sign.sh takes the key from the environment
+;   PYTHON3       Python with which describe_uninstaller.py gives the uninstaller its description
 ;   OUTFILE       the installer to write
 ; and may define STUB, the NSIS stub to build on (default amd64-unicode).
 ;
@@ -20,11 +22,21 @@
 ; The module goes into "<plug-in folder>\<category>". The plug-in folder is the
 ; one that installed versions of After Effects record as CommonPluginInstallPath
 ; (the newest version of AE_VERSIONS that records one, the MSI package's rule
-; too), else the common MediaCore folder that every version searches.
-; /D=<folder> on the command line overrides both.
+; too), else the common MediaCore folder that every version searches. An
+; update keeps the folder of the installed version. /D=<folder> on the
+; command line overrides all of them.
 ;
 ; The MSI package installs the same module: this installer refuses to run
-; while that is installed, and the MSI refuses while this one is.
+; while that is installed, and the MSI refuses while this one is. It refuses
+; to replace a newer version too.
+;
+; A module that a running After Effects holds cannot be replaced or removed:
+; the new one waits beside it and replaces it, or the old one is removed, when
+; Windows restarts; the installer and the uninstaller then exit with 3010.
+;
+; /UNINSTALL removes the installed module, the uninstaller and the
+; registration, and waits until it is done: the uninstaller itself returns
+; before its copy in the temporary folder has finished.
 ;
 ; Reproducible: no build date is embedded (no !define /date, SetDateSave off),
 ; so the same inputs give the same installer bytes.
@@ -38,9 +50,18 @@
 !ifndef PRODUCT_PAGE | SIGN | SIGN_TOOL | SIGN_EPOCH_FILE
   !error "packaging/CMakeLists.txt defines how the installer is signed"
 !endif
+!ifndef INSTALL_ICON | UNINSTALL_ICON | PYTHON3
+  !error "packaging/CMakeLists.txt names the icons and Python"
+!endif
 !define SIGN_WITH '"${SIGN}" "${SIGN_TOOL}" "${SIGN_EPOCH_FILE}"'
-!uninstfinalize '${SIGN_WITH} "${PRODUCT} uninstaller" "${PRODUCT_PAGE}" "%1"' = 0
-!finalize '${SIGN_WITH} "${PRODUCT} ${VERSION} setup" "${PRODUCT_PAGE}" "%1"' = 0
+; The uninstaller carries the installer's version information: it gets a
+; description of its own, then its signature.
+!define UNINSTALLER_DESCRIPTION "${PRODUCT} uninstaller"
+; Longer than the uninstaller's: describe_uninstaller.py writes that one in its place.
+!define INSTALLER_DESCRIPTION "${PRODUCT} ${VERSION} installer"
+!uninstfinalize '"${PYTHON3}" "${__FILEDIR__}/describe_uninstaller.py" "%1" "${UNINSTALLER_DESCRIPTION}"' = 0
+!uninstfinalize '${SIGN_WITH} "${UNINSTALLER_DESCRIPTION}" "${PRODUCT_PAGE}" "%1"' = 0
+!finalize '${SIGN_WITH} "${INSTALLER_DESCRIPTION}" "${PRODUCT_PAGE}" "%1"' = 0
 
 Unicode true
 ; The module is a 64-bit library, so the installer is a 64-bit program too:
@@ -58,6 +79,7 @@ ManifestDPIAware true
 !include LogicLib.nsh
 !include x64.nsh
 !include WordFunc.nsh
+!include FileFunc.nsh
 
 !define AE_KEY "SOFTWARE\Adobe\After Effects"
 !define AE_PLUGIN_VALUE "CommonPluginInstallPath"
@@ -66,6 +88,11 @@ ManifestDPIAware true
 ; Exit codes of an installer that refuses to run (silent installs report them).
 !define EXIT_UNSUPPORTED 2
 !define EXIT_MSI_INSTALLED 3
+!define EXIT_NEWER_INSTALLED 4
+; Done, but a file in use is replaced or removed when Windows restarts (as msiexec).
+!define EXIT_RESTART_NEEDED 3010
+; The module's name while it waits for a restart to replace the one in use.
+!define PENDING_MODULE "${MODULE_NAME}.new"
 
 Name "${PRODUCT} ${VERSION}"
 OutFile "${OUTFILE}"
@@ -73,12 +100,14 @@ BrandingText "${PUBLISHER}"
 ShowInstDetails show
 ShowUninstDetails show
 LicenseData "${LICENSE_FILE}"
+Icon "${INSTALL_ICON}"
+UninstallIcon "${UNINSTALL_ICON}"
 DirText "Setup installs the ${PRODUCT} effect into this After Effects plug-in folder."
 
 VIProductVersion "${VERSION_QUAD}"
 VIAddVersionKey /LANG=1033 "ProductName" "${PRODUCT}"
 VIAddVersionKey /LANG=1033 "CompanyName" "${PUBLISHER}"
-VIAddVersionKey /LANG=1033 "FileDescription" "${PRODUCT} ${VERSION} setup"
+VIAddVersionKey /LANG=1033 "FileDescription" "${INSTALLER_DESCRIPTION}"
 VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "LegalCopyright" "${COPYRIGHT}"
@@ -129,6 +158,61 @@ Function AddFileKilobytes
   ${EndIf}
 FunctionEnd
 
+; Takes away the module, the uninstaller and the registration of an
+; installation in FOLDER; other modules of the suite in the folder stay. A file
+; in use goes when Windows restarts (the reboot flag is then set).
+!macro RemoveInstallation FOLDER
+  ; A replacement still waiting for a restart must not come back after it.
+  Delete /REBOOTOK "${FOLDER}\${PENDING_MODULE}"
+  Delete /REBOOTOK "${FOLDER}\${MODULE_NAME}"
+  Delete /REBOOTOK "${FOLDER}\${UNINSTALLER}"
+  ${If} ${RebootFlag}
+    RMDir /REBOOTOK "${FOLDER}"
+  ${Else}
+    RMDir "${FOLDER}"
+  ${EndIf}
+  DeleteRegKey HKLM "${UNINSTALL_KEY}"
+!macroend
+
+; A restart finishes the job: say so, and exit with 3010.
+!macro ReportRestart
+  ${If} ${RebootFlag}
+    MessageBox MB_OK|MB_ICONINFORMATION "A file in use is replaced or removed when Windows restarts. Restart Windows to finish." /SD IDOK
+    SetErrorLevel ${EXIT_RESTART_NEEDED}
+  ${EndIf}
+!macroend
+
+; /UNINSTALL on the command line: removes the registered installation, then quits.
+Function UninstallIfAsked
+  ${GetParameters} $R0
+  ClearErrors
+  ${GetOptions} $R0 "/UNINSTALL" $R1
+  ${If} ${Errors}
+    Return
+  ${EndIf}
+  ReadRegStr $R2 HKLM "${UNINSTALL_KEY}" "InstallLocation"
+  ${If} $R2 != ""
+    !insertmacro RemoveInstallation "$R2"
+  ${EndIf}
+  SetErrorLevel 0
+  !insertmacro ReportRestart
+  Quit
+FunctionEnd
+
+; Refuses to replace a newer installed version.
+Function RefuseDowngrade
+  ReadRegStr $R0 HKLM "${UNINSTALL_KEY}" "DisplayVersion"
+  ${If} $R0 == ""
+    Return
+  ${EndIf}
+  ${VersionCompare} $R0 "${VERSION}" $R1
+  ${If} $R1 == 1
+    MessageBox MB_OK|MB_ICONSTOP "A newer version of ${PRODUCT} ($R0) is already installed; nothing was changed." /SD IDOK
+    SetErrorLevel ${EXIT_NEWER_INSTALLED}
+    Abort
+  ${EndIf}
+FunctionEnd
+
 Function .onInit
   ; A 64-bit installer does not even start on 32-bit Windows; this check is
   ; what refuses when the script is built for the x86 stub.
@@ -138,16 +222,32 @@ Function .onInit
     Abort
   ${EndIf}
   SetRegView 64
+  Call UninstallIfAsked
   ReadRegStr $0 HKLM "${MSI_KEY}" "InstallFolder"
   ${If} $0 != ""
     MessageBox MB_OK|MB_ICONSTOP "${PRODUCT} is installed from its MSI package, in $0. Uninstall it in Settings > Apps first; nothing was installed." /SD IDOK
     SetErrorLevel ${EXIT_MSI_INSTALLED}
     Abort
   ${EndIf}
-  ${If} $INSTDIR == ""   ; no /D= on the command line
+  Call RefuseDowngrade
+  ${If} $INSTDIR == ""   ; no /D= on the command line: where it is, else where the host looks
+    ReadRegStr $INSTDIR HKLM "${UNINSTALL_KEY}" "InstallLocation"
+  ${EndIf}
+  ${If} $INSTDIR == ""
     Call FindPluginFolder
     StrCpy $INSTDIR "$R0\${CATEGORY}"
   ${EndIf}
+FunctionEnd
+
+; Puts the module into $INSTDIR. One that the host holds cannot be replaced:
+; the new one then waits beside it until Windows restarts.
+Function InstallModule
+  SetOutPath "$INSTDIR"
+  SetOverwrite on
+  File "/oname=${PENDING_MODULE}" "${MODULE_FILE}"
+  ClearErrors
+  Delete "$INSTDIR\${MODULE_NAME}"
+  Rename /REBOOTOK "$INSTDIR\${PENDING_MODULE}" "$INSTDIR\${MODULE_NAME}"
 FunctionEnd
 
 Section "${PRODUCT}" SecModule
@@ -159,14 +259,10 @@ Section "${PRODUCT}" SecModule
   ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "InstallLocation"
   ${If} $0 != ""
   ${AndIf} $0 != $INSTDIR
-    Delete "$0\${MODULE_NAME}"
-    Delete "$0\${UNINSTALLER}"
-    RMDir "$0"
+    !insertmacro RemoveInstallation "$0"
   ${EndIf}
 
-  SetOutPath "$INSTDIR"
-  SetOverwrite on
-  File "/oname=${MODULE_NAME}" "${MODULE_FILE}"
+  Call InstallModule
   WriteUninstaller "$INSTDIR\${UNINSTALLER}"
 
   StrCpy $R9 0
@@ -175,6 +271,7 @@ Section "${PRODUCT}" SecModule
   StrCpy $R0 "$INSTDIR\${UNINSTALLER}"
   Call AddFileKilobytes
 
+  ; The MSI package's entry holds the same values.
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "Publisher" "${PUBLISHER}"
@@ -182,19 +279,27 @@ Section "${PRODUCT}" SecModule
   WriteRegStr HKLM "${UNINSTALL_KEY}" "UninstallString" '"$INSTDIR\${UNINSTALLER}"'
   WriteRegStr HKLM "${UNINSTALL_KEY}" "QuietUninstallString" '"$INSTDIR\${UNINSTALLER}" /S'
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayIcon" "$INSTDIR\${UNINSTALLER},0"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "URLInfoAbout" "${PRODUCT_PAGE}"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "HelpLink" "${PRODUCT_PAGE}"
+  WriteRegStr HKLM "${UNINSTALL_KEY}" "Comments" "${COPYRIGHT}"
   WriteRegDWORD HKLM "${UNINSTALL_KEY}" "EstimatedSize" $R9
   WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoModify" 1
   WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
 SectionEnd
+
+Function .onInstSuccess
+  !insertmacro ReportRestart
+FunctionEnd
 
 Function un.onInit
   SetRegView 64
 FunctionEnd
 
 Section "Uninstall"
-  Delete "$INSTDIR\${MODULE_NAME}"
-  Delete "$INSTDIR\${UNINSTALLER}"
   ; The category folder is shared with the suite's other modules.
-  RMDir "$INSTDIR"
-  DeleteRegKey HKLM "${UNINSTALL_KEY}"
+  !insertmacro RemoveInstallation "$INSTDIR"
 SectionEnd
+
+Function un.onUninstSuccess
+  !insertmacro ReportRestart
+FunctionEnd

@@ -11,7 +11,7 @@ CINEBAR_PACKAGES=(
   libpng-dev                                            # tool tests: an independent PNG writer and reader
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
   nsis zip unzip osslsigncode openssl                   # packaging and signing
-  wixl python3 python3-olefile                          # the MSI package
+  wixl msitools python3 python3-olefile                 # the MSI package (msitools: msibuild, msiinfo)
   softhsm2 libengine-pkcs11-openssl                     # tests of signing through PKCS#11
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )

@@ -2,7 +2,7 @@
 # Sourced by the packaging tests that run Windows programs: a private Wine
 # prefix per test (removed at exit), paths, the registry, and the After
 # Effects installations a test pretends to have; the NSIS installer run
-# silently. Reads CINEBAR_WINE64 and CINEBAR_PRODUCT.
+# silently. Reads CINEBAR_WINE64, CINEBAR_PRODUCT and CINEBAR_INSTALLER.
 
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="
@@ -20,11 +20,31 @@ readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-i
 work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-wine-test.XXXXXX")"
 cleanup() {
   if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then
-    "$WINESERVER" -k >/dev/null 2>&1 || true
+    stop_windows
+    # Debian's Wine keeps the server's socket in a temporary folder named in
+    # the prefix; it outlives the server.
+    local server_dir
+    server_dir="$(cat "$WINEPREFIX/wineserver" 2>/dev/null)"
+    case "$server_dir" in
+      wine-?*) rm -rf "${TMPDIR:-/tmp}/$server_dir" ;;
+    esac
   fi
   rm -rf "$work"
 }
 trap cleanup EXIT
+
+# The prefix's Wine server stays up from the boot until the test ends. A
+# server that ends after a few idle seconds (Wine's default) can be ending just
+# as the next Windows program of the test connects, which then fails; on a
+# busy machine those seconds pass between two steps of a test.
+start_windows() {  # starts the server for good, then boots the prefix
+  "$WINESERVER" -p </dev/null >/dev/null 2>&1
+  "$WINE" wineboot "$@" >/dev/null 2>&1
+}
+stop_windows() {  # ends every Windows program of the prefix, and the server
+  "$WINESERVER" -k >/dev/null 2>&1 || true
+  "$WINESERVER" -w
+}
 
 new_prefix() {  # new_prefix <name> [WINEARCH]
   export WINEPREFIX="$work/$1"
@@ -32,6 +52,13 @@ new_prefix() {  # new_prefix <name> [WINEARCH]
   "$WINE" wineboot --init >/dev/null 2>&1
   "$WINESERVER" -w
   [ -f "$WINEPREFIX/system.reg" ] || { echo "cannot create the Wine prefix $WINEPREFIX" >&2; exit 2; }
+  start_windows
+}
+
+# Restarts Windows: the files that waited for it are renamed or removed.
+restart_windows() {
+  stop_windows
+  start_windows --restart
 }
 
 # C:\a\b -> <prefix>/drive_c/a/b
@@ -75,21 +102,15 @@ install_silently() {  # install_silently <installer> [options...]
   "$WINE" "$(winepath_w "$installer")" /S "$@"
 }
 
-# The uninstaller from the registry, run in place (_?=) so that it finishes
-# before Wine returns. _?= takes the rest of the command line unquoted, so
-# the folder goes in as separate words, which Wine joins with single blanks.
+# The documented silent uninstall: the setup program removes what is
+# installed and returns when it is done.
 uninstall_silently() {
-  local command folder
-  command="$(reg_value "$UNINSTALL_KEY" UninstallString)"
-  folder="$(reg_value "$UNINSTALL_KEY" InstallLocation)"
-  command="${command#\"}"
-  command="${command%\"}"
-  [ -n "$command" ] && [ -n "$folder" ] || { echo "  no uninstaller registered"; return 1; }
-  local -a words
-  read -ra words <<<"_?=$folder"
-  "$WINE" "$command" /S "${words[@]}"
+  "$WINE" "$(winepath_w "$CINEBAR_INSTALLER")" /S /UNINSTALL
 }
 
+# Wine hands a Windows exit code to a Unix parent as its low byte.
+exit_code() { echo $(($1 & 255)); }
+exits() { local want="$1"; shift; "$@"; equals "$?" "$(exit_code "$want")"; }
 
 winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
 

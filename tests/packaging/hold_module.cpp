@@ -1,0 +1,27 @@
+// Plays a running After Effects that has loaded an effect module: loads the
+// module named on the command line, says so on standard output, and keeps it
+// loaded until the file named second exists.
+//
+//   hold_module.exe <module> <release file>
+//
+// Exit code 0 after the release, 1 when the module does not load.
+#include <windows.h>
+
+#include <cstdio>
+
+int wmain(int argc, wchar_t** argv) {
+  if (argc != 3) {
+    std::fputs("usage: hold_module.exe <module> <release file>\n", stderr);
+    return 2;
+  }
+  HMODULE module = LoadLibraryW(argv[1]);
+  if (module == nullptr) {
+    std::fprintf(stderr, "hold_module: cannot load the module (error %lu)\n", GetLastError());
+    return 1;
+  }
+  std::puts("loaded");
+  std::fflush(stdout);
+  while (GetFileAttributesW(argv[2]) == INVALID_FILE_ATTRIBUTES) Sleep(100);
+  FreeLibrary(module);
+  return 0;
+}
