@@ -7,7 +7,7 @@
 
 #include <type_traits>
 
-#include "plugin/dispatch.h"
+#include "plugin/command_route.h"
 
 namespace route_detail {
 

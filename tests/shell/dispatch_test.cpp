@@ -123,7 +123,7 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
 }
 
 // The build's table checks, on tables with a row out of place, repeated,
-// without its handler or missing.
+// without its handler or missing (the first command's, or the last control's).
 TEST(TableChecks, RefuseTablesWithARowWrong) {
   auto routes = kRecording;
   auto controls = std::to_array(kControls);
@@ -136,7 +136,7 @@ TEST(TableChecks, RefuseTablesWithARowWrong) {
   EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
   controls = std::to_array(kControls), controls.front().disk_id = HEADER_DISK_ID;
   EXPECT_FALSE(InHostOrder(controls));
-  EXPECT_FALSE(EachCommandOnce(std::span(kRecording).first(kCommandCount - 1)) ||
+  EXPECT_FALSE(EachCommandOnce(std::span(kRecording).subspan(1)) ||
                InHostOrder(std::span(kControls).first(std::size(kControls) - 1)));
 }
 

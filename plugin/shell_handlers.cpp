@@ -1,23 +1,21 @@
-// The effect's routing table: one row per command, saying which records its
-// path needs and which handler answers it.
+// The shell's own commands: about box, global setup, parameter setup and the
+// header row's events; the routing table points at them.
+#include "plugin/shell_handlers.h"
+
 #include <cstdio>
 #include <cstring>
 
 #include "branding/branding.h"
 #include "cinebar_identity.h"
 #include "effect/params.h"
-#include "effect/render.h"
-#include "effect/sequence.h"
 #include "framework/dae_exceptions.h"
 #include "hostapi/ae_constants.h"
-#include "plugin/dispatch.h"
-#include "plugin/route.h"
-
-namespace {
 
 // The header row and the effect's controls meet here: the header is added
 // first, so the controls start right after it.
 static_assert(PARAM_HEADER + 1 == PARAM_RENDER, "the controls follow the header row");
+
+namespace {
 
 constexpr int kAboutTextSize = 200;
 // Lines after the first are separated by carriage returns, as the host's about box expects.
@@ -32,6 +30,8 @@ PF_OutData& RequireOutData(PF_OutData* out_data) {
   if (out_data == nullptr) throw static_cast<int>(PF_Err_BAD_CALLBACK_PARAM);
   return *out_data;
 }
+
+}  // namespace
 
 void ShowAbout(PF_InData* in_data, PF_OutData* out_data) {
   if (ShowBrandedAbout(in_data, out_data)) return;
@@ -70,32 +70,4 @@ void HandleEvent(PF_InData* in_data, PF_OutData* out_data, PF_ParamDef** params,
   HandleHeaderEvent(in_data, out_data, params, output, extra, &handled);
 }
 
-// Commands whose path needs in_data but asks nothing of the host.
 void Acknowledge() {}
-
-constexpr CommandRoute kRoutes[] = {
-    {PF_Cmd_ABOUT, Records::kInData, Route<ShowAbout>},
-    {PF_Cmd_GLOBAL_SETUP, Records::kInData, Route<SetupGlobals>},
-    {PF_Cmd_UNUSED_0, Records::kNothing, nullptr},
-    {PF_Cmd_GLOBAL_SETDOWN, Records::kInAndOutData, Route<UnloadBranding>},
-    {PF_Cmd_PARAMS_SETUP, Records::kInAndOutData, Route<SetupParameters>},
-    {PF_Cmd_SEQUENCE_SETUP, Records::kInAndOutData, Route<SetupSequence>},
-    {PF_Cmd_SEQUENCE_RESETUP, Records::kInAndOutData, Route<ResetupSequence>},
-    {PF_Cmd_SEQUENCE_FLATTEN, Records::kInData, Route<Acknowledge>},
-    {PF_Cmd_SEQUENCE_SETDOWN, Records::kInData, Route<SetdownSequence>},
-    {PF_Cmd_DO_DIALOG, Records::kNothing, nullptr},
-    {PF_Cmd_FRAME_SETUP, Records::kInData, Route<Acknowledge>},
-    {PF_Cmd_RENDER, Records::kInData, Route<RenderBars>},
-    {PF_Cmd_FRAME_SETDOWN, Records::kNothing, nullptr},
-    {PF_Cmd_USER_CHANGED_PARAM, Records::kInData, Route<HandleUserChangedParam>},
-    {PF_Cmd_UPDATE_PARAMS_UI, Records::kInData, Route<UpdateParamsUI>},
-    {PF_Cmd_EVENT, Records::kInData, Route<HandleEvent>},
-    {PF_Cmd_GET_EXTERNAL_DEPENDENCIES, Records::kNothing, nullptr},
-    {PF_Cmd_COMPLETELY_GENERAL, Records::kNothing, nullptr},
-    {PF_Cmd_QUERY_DYNAMIC_FLAGS, Records::kNothing, nullptr},
-};
-static_assert(EachCommandOnce(kRoutes), "every command listed once, in number order, each with its handler");
-
-}  // namespace
-
-constinit const std::span<const CommandRoute, kCommandCount> kCinebarRoutes{kRoutes};
