@@ -3,8 +3,8 @@
 // commands is the table's length; every higher number is routed to nothing.
 #pragma once
 
+#include <array>
 #include <cstddef>
-#include <iterator>
 
 #include "branding/branding.h"
 #include "effect/params.h"
@@ -15,7 +15,7 @@
 #include "plugin/route.h"
 #include "plugin/shell_handlers.h"
 
-inline constexpr CommandRoute kCinebarRoutes[] = {
+inline constexpr auto kCinebarRoutes = std::to_array<CommandRoute>({
     {PF_Cmd_ABOUT, Records::kInData, Route<ShowAbout>},
     {PF_Cmd_GLOBAL_SETUP, Records::kInData, Route<SetupGlobals>},
     {PF_Cmd_UNUSED_0, Records::kNothing, nullptr},
@@ -35,8 +35,8 @@ inline constexpr CommandRoute kCinebarRoutes[] = {
     {PF_Cmd_GET_EXTERNAL_DEPENDENCIES, Records::kNothing, nullptr},
     {PF_Cmd_COMPLETELY_GENERAL, Records::kNothing, nullptr},
     {PF_Cmd_QUERY_DYNAMIC_FLAGS, Records::kNothing, nullptr},
-};
+});
 static_assert(EachCommandOnce(kCinebarRoutes),
               "every command listed once, in number order, each with its handler");
 
-inline constexpr std::size_t kCommandCount = std::size(kCinebarRoutes);
+inline constexpr std::size_t kCommandCount = kCinebarRoutes.size();
