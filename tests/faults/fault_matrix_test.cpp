@@ -145,7 +145,8 @@ void PlayOn(Scene& s, const Scenario& scenario) {
   }
   if (std::string(scenario.name) == "global_setdown") return;
   Instance* const first = s.instance;
-  if (s.added_params().size() == 5) {  // the host applies only an effect whose controls it all took
+  // The host applies only an effect whose parameters it all took (all but the input layer).
+  if (s.added_params().size() == std::size_t{PARAM_NUM_PARAMS - 1}) {
     s.instance = &s.AddInstance(World(16, 9));
     EXPECT_EQ(kOk, s.SequenceSetup(*s.instance));
     for (const Scenario& next : kScenarios) {
