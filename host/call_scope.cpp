@@ -9,38 +9,49 @@ namespace {
 Host* g_current = nullptr;
 
 using FaultAnswer = Call::Answered (*)(Host& host, CallRecord& record, const Fault& fault, long long refused);
-// One row per FaultKind, in its order.
-constexpr FaultAnswer kFaultAnswers[] = {
-    // kNever
-    [](Host&, CallRecord&, const Fault&, long long refused) {
-      return Call::Answered{refused, nullptr};
-    },
-    // kError
-    [](Host&, CallRecord&, const Fault& fault, long long) {
-      return Call::Answered{fault.error, nullptr};
-    },
-    // kRefused
-    [](Host&, CallRecord&, const Fault&, long long refused) {
-      return Call::Answered{refused, nullptr};
-    },
-    // kNewHandle
-    [](Host& host, CallRecord& record, const Fault& fault, long long) {
-      record.handle = fault.error == 0 ? host.handles().NewWithoutBlock() : nullptr;
-      return Call::Answered{fault.error, record.handle};
-    },
-    // kLock: a refused lock may still be unlocked
-    [](Host& host, CallRecord& record, const Fault& fault, long long) {
-      host.handles().RefusedLock(record.handle);
-      return Call::Answered{fault.error, nullptr};
-    },
-    // kDispose: a refused disposal leaves a handle neither side can free
-    [](Host& host, CallRecord& record, const Fault& fault, long long) {
-      if (host.handles().IsLive(record.handle)) host.checks().Abandon(record.handle);
-      return Call::Answered{fault.error, nullptr};
-    },
+struct FaultAnswerRow {
+  FaultKind kind;
+  FaultAnswer answer;
 };
-static_assert(std::size(kFaultAnswers) == static_cast<std::size_t>(FaultKind::kCount),
-              "one answer per fault kind");
+// How a failed call answers, one row per FaultKind.
+constexpr FaultAnswerRow kFaultAnswers[] = {
+    {FaultKind::kNever,
+     [](Host&, CallRecord&, const Fault&, long long refused) {
+       return Call::Answered{refused, nullptr};
+     }},
+    {FaultKind::kError,
+     [](Host&, CallRecord&, const Fault& fault, long long) {
+       return Call::Answered{fault.error, nullptr};
+     }},
+    {FaultKind::kRefused,
+     [](Host&, CallRecord&, const Fault&, long long refused) {
+       return Call::Answered{refused, nullptr};
+     }},
+    {FaultKind::kNewHandle,
+     [](Host& host, CallRecord& record, const Fault& fault, long long) {
+       record.handle = fault.error == 0 ? host.handles().NewWithoutBlock() : nullptr;
+       return Call::Answered{fault.error, record.handle};
+     }},
+    {FaultKind::kLock,  // a refused lock may still be unlocked
+     [](Host& host, CallRecord& record, const Fault& fault, long long) {
+       host.handles().RefusedLock(record.handle);
+       return Call::Answered{fault.error, nullptr};
+     }},
+    {FaultKind::kDispose,  // a refused disposal leaves a handle neither side can free
+     [](Host& host, CallRecord& record, const Fault& fault, long long) {
+       if (host.handles().IsLive(record.handle)) host.checks().Abandon(record.handle);
+       return Call::Answered{fault.error, nullptr};
+     }},
+};
+constexpr bool OneAnswerPerKind() {
+  if (std::size(kFaultAnswers) != static_cast<std::size_t>(FaultKind::kCount)) return false;
+  for (std::size_t i = 0; i < std::size(kFaultAnswers); ++i) {
+    if (static_cast<std::size_t>(kFaultAnswers[i].kind) != i || kFaultAnswers[i].answer == nullptr)
+      return false;
+  }
+  return true;
+}
+static_assert(OneAnswerPerKind(), "one answer per fault kind, in the enum's order");
 
 std::string PtrText(const void* p) {
   char buffer[32];
@@ -89,7 +100,7 @@ bool Call::Checked(const PF_ProgPtr* effect_ref, std::initializer_list<const voi
   }
   if (faulted_) {
     const Answered answer =
-        kFaultAnswers[static_cast<std::size_t>(row_.fault)](*host_, *record_, fault, row_.refused);
+        kFaultAnswers[static_cast<std::size_t>(row_.fault)].answer(*host_, *record_, fault, row_.refused);
     number_ = answer.number;
     pointer_ = answer.pointer;
     record_->faulted = true;
