@@ -41,6 +41,11 @@ PF_Err AddParam(PF_ProgPtr effect_ref, A_long index, PF_ParamDef* def) {
   Host& h = c.host();
   if (h.current().cmd != PF_Cmd_PARAMS_SETUP)
     return c.Refuse(PF_Err_INVALID_CALLBACK, "outside parameter setup");
+  // A project keeps values by disk ID: two parameters under one ID would read each other's.
+  for (const AddedParam& earlier : h.added_params()) {
+    if (earlier.def.uu.id == def->uu.id)
+      return c.Refuse(PF_Err_BAD_CALLBACK_PARAM, "disk ID " + std::to_string(def->uu.id) + " added twice");
+  }
   const AddedParam& kept = h.Added(index, *def);
   if (def->param_type == PF_Param_POPUP && def->u.pd.u.namesptr != nullptr)
     h.checks().KeepText(static_cast<A_long>(h.added_params().size()), def->u.pd.u.namesptr, kept.popup_items);

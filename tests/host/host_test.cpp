@@ -51,6 +51,15 @@ TEST(StrictHost, NoticesEachMisdeedOnce) {
   } kCases[] = {
       {"popup items changed after add_param", PF_Cmd_PARAMS_SETUP,
        [](auto in, auto out, auto) { return OnePopup(in, out, [] { g_items[0] = 'X'; }); }},
+      {"disk ID 7 added twice", PF_Cmd_PARAMS_SETUP,
+       [](auto in, auto out, auto) {
+         PF_ParamDef def{};
+         def.param_type = PF_Param_FLOAT_SLIDER;
+         def.uu.id = 7;
+         in->inter.add_param(in->effect_ref, -1, &def);
+         in->inter.add_param(in->effect_ref, -1, &def);
+         return out->num_params = 2, 0;
+       }},
       {"num_params", PF_Cmd_PARAMS_SETUP,
        [](auto in, auto out, auto) { return OnePopup(in, out, [] {}), out->num_params = 3, 0; }},
       {"held past the command", PF_Cmd_RENDER,
