@@ -8,7 +8,8 @@ namespace {
 
 Host* g_current = nullptr;
 
-using FaultAnswer = Call::Answered (*)(Host& host, CallRecord& record, const Fault& fault, long long refused);
+using FaultAnswer = Call::Answered (*)(HostInside& host, CallRecord& record, const Fault& fault,
+                                       long long refused);
 struct FaultAnswerRow {
   FaultKind kind;
   FaultAnswer answer;
@@ -16,29 +17,29 @@ struct FaultAnswerRow {
 // How a failed call answers, one row per FaultKind.
 constexpr FaultAnswerRow kFaultAnswers[] = {
     {FaultKind::kNever,
-     [](Host&, CallRecord&, const Fault&, long long refused) {
+     [](HostInside&, CallRecord&, const Fault&, long long refused) {
        return Call::Answered{refused, nullptr};
      }},
     {FaultKind::kError,
-     [](Host&, CallRecord&, const Fault& fault, long long) {
+     [](HostInside&, CallRecord&, const Fault& fault, long long) {
        return Call::Answered{fault.error, nullptr};
      }},
     {FaultKind::kRefused,
-     [](Host&, CallRecord&, const Fault&, long long refused) {
+     [](HostInside&, CallRecord&, const Fault&, long long refused) {
        return Call::Answered{refused, nullptr};
      }},
     {FaultKind::kNewHandle,
-     [](Host& host, CallRecord& record, const Fault& fault, long long) {
+     [](HostInside& host, CallRecord& record, const Fault& fault, long long) {
        record.handle = fault.error == 0 ? host.handles().NewWithoutBlock() : nullptr;
        return Call::Answered{fault.error, record.handle};
      }},
     {FaultKind::kLock,  // a refused lock may still be unlocked
-     [](Host& host, CallRecord& record, const Fault& fault, long long) {
+     [](HostInside& host, CallRecord& record, const Fault& fault, long long) {
        host.handles().RefusedLock(record.handle);
        return Call::Answered{fault.error, nullptr};
      }},
     {FaultKind::kDispose,  // a refused disposal leaves a handle neither side can free
-     [](Host& host, CallRecord& record, const Fault& fault, long long) {
+     [](HostInside& host, CallRecord& record, const Fault& fault, long long) {
        if (host.handles().IsLive(record.handle)) host.checks().Abandon(record.handle);
        return Call::Answered{fault.error, nullptr};
      }},
@@ -64,18 +65,19 @@ std::string PtrText(const void* p) {
 CurrentHostScope::CurrentHostScope(Host* host) : previous_(g_current) { g_current = host; }
 CurrentHostScope::~CurrentHostScope() { g_current = previous_; }
 
-Call::Call(HostFn fn, std::string args) : row_(Row(fn)), host_(g_current), number_(row_.refused) {
+Call::Call(HostFn fn, std::string args)
+    : row_(Row(fn)), host_(g_current), inside_(g_current), number_(row_.refused) {
   if (host_ == nullptr) {
     std::fprintf(stderr, "simulated host: %s called outside any command\n", row_.name);
     return;
   }
   // A popup's items must outlive add_param: read them again at every later host call of the command.
-  host_->checks().RecheckTexts(host_->current().cmd, row_.name);
+  inside_.checks().RecheckTexts(inside_.current().cmd, row_.name);
   CallRecord record;
   record.fn = fn;
-  record.command = host_->current().cmd;
+  record.command = inside_.current().cmd;
   record.args = std::move(args);
-  record_ = &host_->log().Add(std::move(record));
+  record_ = &inside_.log().Add(std::move(record));
 }
 
 Call::Call(HostFn fn, PF_Handle handle) : Call(fn, PtrText(handle)) { record_->handle = handle; }
@@ -92,23 +94,23 @@ bool Call::Checked(const PF_ProgPtr* effect_ref, std::initializer_list<const voi
                    const char* missing) {
   if (host_ == nullptr) return false;
   Fault fault;
-  faulted_ = host_->faults().Check(row_.fn, &fault);
+  faulted_ = inside_.faults().Check(row_.fn, &fault);
   Fault for_target;
-  if (also_ && host_->faults().Check(*also_, &for_target)) {
+  if (also_ && inside_.faults().Check(*also_, &for_target)) {
     fault = for_target;
     faulted_ = true;
   }
   if (faulted_) {
     const Answered answer =
-        kFaultAnswers[static_cast<std::size_t>(row_.fault)].answer(*host_, *record_, fault, row_.refused);
+        kFaultAnswers[static_cast<std::size_t>(row_.fault)].answer(inside_, *record_, fault, row_.refused);
     number_ = answer.number;
     pointer_ = answer.pointer;
     record_->faulted = true;
     record_->result = number_;
     return false;
   }
-  if (effect_ref != nullptr && *effect_ref != host_->in_data().effect_ref) {
-    host_->HostError(std::string(row_.name) + ": effect_ref " + PtrText(*effect_ref) + " is not this host's");
+  if (effect_ref != nullptr && *effect_ref != inside_.in_data().effect_ref) {
+    inside_.Error(std::string(row_.name) + ": effect_ref " + PtrText(*effect_ref) + " is not this host's");
     record_->result = number_;
     return false;
   }

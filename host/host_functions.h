@@ -1,15 +1,17 @@
 // Every function the simulated host serves, in one table: its call-log name,
 // how it answers when the fault plan fails it, the suite it belongs to and
 // what it answers a call it refuses. The suites the broker serves, in one
-// table of names and versions. Adding a host function is one row here and
-// its body in callbacks.cpp.
+// table of names, versions and function tables. Adding a host function is one
+// row here and its body in callbacks.cpp; serving a suite is one row here.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 
 #include "hostapi/ae_constants.h"
 #include "hostapi/ae_effect.h"
@@ -19,28 +21,39 @@ namespace cinebar_simhost {
 // The broker's answer for a suite it does not serve ('S!Fd').
 constexpr SPErr kSuiteNotFound = 0x53214664;
 
-// The suites the broker hands out.
-enum class Suite : std::uint8_t { kNone, kFillMatte, kWorldTransform, kHandle, kParamUtils, kCount };
-
+// A suite the broker serves: its name and version.
 struct SuiteRow {
-  Suite suite;
   const char* name;
   int version;
 };
-inline constexpr SuiteRow kSuites[] = {
-    {Suite::kNone, "", 0},  // the utility callbacks and the broker: no suite
-    {Suite::kFillMatte, "PF Fill Matte Suite", 2},
-    {Suite::kWorldTransform, "PF World Transform Suite", 1},
-    {Suite::kHandle, "PF Handle Suite", 2},
-    {Suite::kParamUtils, "PF Param Utils Suite", 3},
+// A served suite's row, typed by its function table.
+template <typename Table>
+struct Served : SuiteRow {
+  using FunctionTable = Table;
 };
-// The function table of each suite, in the order of Suite after kNone.
-using SuiteTables =
-    std::tuple<PF_FillMatteSuite2, PF_WorldTransformSuite1, PF_HandleSuite1, PF_ParamUtilsSuite3>;
-template <Suite S>
-using SuiteTable = std::tuple_element_t<static_cast<std::size_t>(S) - 1, SuiteTables>;
-static_assert(std::tuple_size_v<SuiteTables> + 1 == static_cast<std::size_t>(Suite::kCount),
-              "one function table per suite");
+// The suites the broker serves, one row each. The host's functions in them are
+// bound by table type in callbacks.cpp; a table without any is served empty.
+inline constexpr std::tuple kServedSuites{
+    Served<PF_FillMatteSuite2>{{"PF Fill Matte Suite", 2}},
+    Served<PF_WorldTransformSuite1>{{"PF World Transform Suite", 1}},
+    Served<PF_HandleSuite1>{{"PF Handle Suite", 2}},
+    Served<PF_ParamUtilsSuite3>{{"PF Param Utils Suite", 3}},
+};
+// The row of the suite served with function table `Table`.
+template <typename Table>
+inline constexpr const SuiteRow& kSuite = std::get<Served<Table>>(kServedSuites);
+// The rows alone, in the table's order.
+inline constexpr auto kSuites = std::apply(
+    [](const auto&... row) { return std::array<SuiteRow, sizeof...(row)>{row...}; }, kServedSuites);
+
+template <typename Rows>
+struct TablesOf;
+template <typename... Table>
+struct TablesOf<std::tuple<Served<Table>...>> {
+  using type = std::tuple<Table...>;
+};
+// The function tables of the served suites, in the table's order.
+using SuiteTables = TablesOf<std::remove_const_t<decltype(kServedSuites)>>::type;
 
 // How a call the fault plan fails answers (besides doing none of its work).
 enum class FaultKind : std::uint8_t {
@@ -85,37 +98,41 @@ struct HostFnRow {
   HostFn fn;
   const char* name;  // as the call log and failure messages spell it
   FaultKind fault;
-  Suite suite;
-  long long refused;  // the answer to a call the host refuses: bad arguments, or outside any command
+  const SuiteRow* suite;  // the suite it belongs to; null for the callbacks and the broker
+  long long refused;      // the answer to a call the host refuses: bad arguments, or outside any command
 };
 
 inline constexpr PF_Err kBadParam = PF_Err_BAD_CALLBACK_PARAM;
 inline constexpr HostFnRow kHostFns[] = {
-    {HostFn::kCommand, "EntryPointFunc", FaultKind::kNever, Suite::kNone, 0},
-    {HostFn::kAddParam, "add_param", FaultKind::kError, Suite::kNone, kBadParam},
-    {HostFn::kRegisterUi, "register_ui", FaultKind::kError, Suite::kNone, kBadParam},
-    {HostFn::kNewHandle, "host_new_handle", FaultKind::kNewHandle, Suite::kNone, 0},
-    {HostFn::kLockHandle, "host_lock_handle", FaultKind::kLock, Suite::kNone, 0},
-    {HostFn::kUnlockHandle, "host_unlock_handle", FaultKind::kRefused, Suite::kNone, 0},
-    {HostFn::kDisposeHandle, "host_dispose_handle", FaultKind::kDispose, Suite::kNone, 0},
-    {HostFn::kGetHandleSize, "host_get_handle_size", FaultKind::kRefused, Suite::kNone, 0},
-    {HostFn::kResizeHandle, "host_resize_handle", FaultKind::kError, Suite::kNone, kBadParam},
-    {HostFn::kGetPlatformData, "get_platform_data", FaultKind::kError, Suite::kNone, kBadParam},
-    {HostFn::kSprintf, "sprintf", FaultKind::kRefused, Suite::kNone, -1},
-    {HostFn::kStrcpy, "strcpy", FaultKind::kRefused, Suite::kNone, 0},
-    {HostFn::kAcquireSuite, "AcquireSuite", FaultKind::kError, Suite::kNone, kSuiteNotFound},
-    {HostFn::kReleaseSuite, "ReleaseSuite", FaultKind::kError, Suite::kNone, kSuiteNotFound},
-    {HostFn::kSuiteNewHandle, "HandleSuite.host_new_handle", FaultKind::kNewHandle, Suite::kHandle, 0},
-    {HostFn::kSuiteLockHandle, "HandleSuite.host_lock_handle", FaultKind::kLock, Suite::kHandle, 0},
-    {HostFn::kSuiteUnlockHandle, "HandleSuite.host_unlock_handle", FaultKind::kRefused, Suite::kHandle, 0},
-    {HostFn::kSuiteDisposeHandle, "HandleSuite.host_dispose_handle", FaultKind::kDispose, Suite::kHandle, 0},
-    {HostFn::kSuiteGetHandleSize, "HandleSuite.host_get_handle_size", FaultKind::kRefused, Suite::kHandle, 0},
-    {HostFn::kSuiteResizeHandle, "HandleSuite.host_resize_handle", FaultKind::kError, Suite::kHandle,
-     kBadParam},
-    {HostFn::kFill, "fill", FaultKind::kError, Suite::kFillMatte, kBadParam},
-    {HostFn::kFill16, "fill16", FaultKind::kError, Suite::kFillMatte, kBadParam},
-    {HostFn::kCopy, "copy", FaultKind::kError, Suite::kWorldTransform, kBadParam},
-    {HostFn::kUpdateParamUi, "PF_UpdateParamUI", FaultKind::kError, Suite::kParamUtils, kBadParam},
+    {HostFn::kCommand, "EntryPointFunc", FaultKind::kNever, nullptr, 0},
+    {HostFn::kAddParam, "add_param", FaultKind::kError, nullptr, kBadParam},
+    {HostFn::kRegisterUi, "register_ui", FaultKind::kError, nullptr, kBadParam},
+    {HostFn::kNewHandle, "host_new_handle", FaultKind::kNewHandle, nullptr, 0},
+    {HostFn::kLockHandle, "host_lock_handle", FaultKind::kLock, nullptr, 0},
+    {HostFn::kUnlockHandle, "host_unlock_handle", FaultKind::kRefused, nullptr, 0},
+    {HostFn::kDisposeHandle, "host_dispose_handle", FaultKind::kDispose, nullptr, 0},
+    {HostFn::kGetHandleSize, "host_get_handle_size", FaultKind::kRefused, nullptr, 0},
+    {HostFn::kResizeHandle, "host_resize_handle", FaultKind::kError, nullptr, kBadParam},
+    {HostFn::kGetPlatformData, "get_platform_data", FaultKind::kError, nullptr, kBadParam},
+    {HostFn::kSprintf, "sprintf", FaultKind::kRefused, nullptr, -1},
+    {HostFn::kStrcpy, "strcpy", FaultKind::kRefused, nullptr, 0},
+    {HostFn::kAcquireSuite, "AcquireSuite", FaultKind::kError, nullptr, kSuiteNotFound},
+    {HostFn::kReleaseSuite, "ReleaseSuite", FaultKind::kError, nullptr, kSuiteNotFound},
+    {HostFn::kSuiteNewHandle, "HandleSuite.host_new_handle", FaultKind::kNewHandle, &kSuite<PF_HandleSuite1>,
+     0},
+    {HostFn::kSuiteLockHandle, "HandleSuite.host_lock_handle", FaultKind::kLock, &kSuite<PF_HandleSuite1>, 0},
+    {HostFn::kSuiteUnlockHandle, "HandleSuite.host_unlock_handle", FaultKind::kRefused,
+     &kSuite<PF_HandleSuite1>, 0},
+    {HostFn::kSuiteDisposeHandle, "HandleSuite.host_dispose_handle", FaultKind::kDispose,
+     &kSuite<PF_HandleSuite1>, 0},
+    {HostFn::kSuiteGetHandleSize, "HandleSuite.host_get_handle_size", FaultKind::kRefused,
+     &kSuite<PF_HandleSuite1>, 0},
+    {HostFn::kSuiteResizeHandle, "HandleSuite.host_resize_handle", FaultKind::kError,
+     &kSuite<PF_HandleSuite1>, kBadParam},
+    {HostFn::kFill, "fill", FaultKind::kError, &kSuite<PF_FillMatteSuite2>, kBadParam},
+    {HostFn::kFill16, "fill16", FaultKind::kError, &kSuite<PF_FillMatteSuite2>, kBadParam},
+    {HostFn::kCopy, "copy", FaultKind::kError, &kSuite<PF_WorldTransformSuite1>, kBadParam},
+    {HostFn::kUpdateParamUi, "PF_UpdateParamUI", FaultKind::kError, &kSuite<PF_ParamUtilsSuite3>, kBadParam},
 };
 
 constexpr bool HostFnsInOrder() {
@@ -126,27 +143,24 @@ constexpr bool HostFnsInOrder() {
   }
   return true;
 }
-constexpr bool SuitesInOrder() {
-  if (std::size(kSuites) != static_cast<std::size_t>(Suite::kCount)) return false;
-  for (std::size_t i = 0; i < std::size(kSuites); ++i) {
-    if (static_cast<std::size_t>(kSuites[i].suite) != i) return false;
+static_assert(HostFnsInOrder(),
+              "one row per host function, in the enum's order; only the command is never failed");
+
+constexpr const HostFnRow& Row(HostFn fn) { return kHostFns[static_cast<std::size_t>(fn)]; }
+constexpr const char* Name(HostFn fn) { return Row(fn).name; }
+
+// The position in kSuites of the suite served under `name` at `version`; kSuites.size() when none is.
+constexpr std::size_t ServedSuiteAt(std::string_view name, int version) {
+  std::size_t at = 0;
+  while (at < kSuites.size() && !(kSuites[at].name == name && kSuites[at].version == version)) ++at;
+  return at;
+}
+constexpr bool EachSuiteServedOnce() {
+  for (std::size_t at = 0; at < kSuites.size(); ++at) {
+    if (ServedSuiteAt(kSuites[at].name, kSuites[at].version) != at) return false;
   }
   return true;
 }
-static_assert(HostFnsInOrder(),
-              "one row per host function, in the enum's order; only the command is never failed");
-static_assert(SuitesInOrder(), "one row per suite, in the enum's order");
-
-constexpr const HostFnRow& Row(HostFn fn) { return kHostFns[static_cast<std::size_t>(fn)]; }
-constexpr const SuiteRow& Row(Suite suite) { return kSuites[static_cast<std::size_t>(suite)]; }
-constexpr const char* Name(HostFn fn) { return Row(fn).name; }
-
-// The suite served under `name` at `version`; Suite::kNone when the broker serves none.
-constexpr Suite SuiteNamed(std::string_view name, int version) {
-  for (const SuiteRow& row : kSuites) {
-    if (row.suite != Suite::kNone && row.name == name && row.version == version) return row.suite;
-  }
-  return Suite::kNone;
-}
+static_assert(EachSuiteServedOnce(), "each suite name and version served once");
 
 }  // namespace cinebar_simhost

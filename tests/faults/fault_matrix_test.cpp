@@ -92,7 +92,7 @@ struct Rule {
   const char* scenario;
   PF_Err result;
 };
-const char* const kParamUtils = cinebar_simhost::Row(cinebar_simhost::Suite::kParamUtils).name;
+const char* const kParamUtils = cinebar_simhost::kSuite<PF_ParamUtilsSuite3>.name;
 const Rule kRules[] = {
     {kAny, "", "event_header", kOk},  // what the branding library says never reaches the host
     {HostFn::kAcquireSuite, kParamUtils, "changed_ratio", kNoSuite},
