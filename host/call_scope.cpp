@@ -8,52 +8,6 @@ namespace {
 
 Host* g_current = nullptr;
 
-using FaultAnswer = Call::Answered (*)(HostInside& host, CallRecord& record, const Fault& fault,
-                                       long long refused);
-struct FaultAnswerRow {
-  FaultKind kind;
-  FaultAnswer answer;
-};
-// How a failed call answers, one row per FaultKind.
-constexpr FaultAnswerRow kFaultAnswers[] = {
-    {FaultKind::kNever,
-     [](HostInside&, CallRecord&, const Fault&, long long refused) {
-       return Call::Answered{refused, nullptr};
-     }},
-    {FaultKind::kError,
-     [](HostInside&, CallRecord&, const Fault& fault, long long) {
-       return Call::Answered{fault.error, nullptr};
-     }},
-    {FaultKind::kRefused,
-     [](HostInside&, CallRecord&, const Fault&, long long refused) {
-       return Call::Answered{refused, nullptr};
-     }},
-    {FaultKind::kNewHandle,
-     [](HostInside& host, CallRecord& record, const Fault& fault, long long) {
-       record.handle = fault.error == 0 ? host.handles().NewWithoutBlock() : nullptr;
-       return Call::Answered{fault.error, record.handle};
-     }},
-    {FaultKind::kLock,  // a refused lock may still be unlocked
-     [](HostInside& host, CallRecord& record, const Fault& fault, long long) {
-       host.handles().RefusedLock(record.handle);
-       return Call::Answered{fault.error, nullptr};
-     }},
-    {FaultKind::kDispose,  // a refused disposal leaves a handle neither side can free
-     [](HostInside& host, CallRecord& record, const Fault& fault, long long) {
-       if (host.handles().IsLive(record.handle)) host.checks().Abandon(record.handle);
-       return Call::Answered{fault.error, nullptr};
-     }},
-};
-constexpr bool OneAnswerPerKind() {
-  if (std::size(kFaultAnswers) != static_cast<std::size_t>(FaultKind::kCount)) return false;
-  for (std::size_t i = 0; i < std::size(kFaultAnswers); ++i) {
-    if (static_cast<std::size_t>(kFaultAnswers[i].kind) != i || kFaultAnswers[i].answer == nullptr)
-      return false;
-  }
-  return true;
-}
-static_assert(OneAnswerPerKind(), "one answer per fault kind, in the enum's order");
-
 std::string PtrText(const void* p) {
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, "%p", p);
@@ -101,8 +55,8 @@ bool Call::Checked(const PF_ProgPtr* effect_ref, std::initializer_list<const voi
     faulted_ = true;
   }
   if (faulted_) {
-    const Answered answer =
-        kFaultAnswers[static_cast<std::size_t>(row_.fault)].answer(inside_, *record_, fault, row_.refused);
+    const FaultAnswer answer =
+        row_.fault->answer(inside_.handles(), inside_.checks(), record_->handle, fault.error, row_.refused);
     number_ = answer.number;
     pointer_ = answer.pointer;
     record_->faulted = true;

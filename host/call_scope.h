@@ -62,12 +62,6 @@ class Call {
       return static_cast<T>(number_);
   }
 
-  // How a failed call answers, by its fault kind: the value, and what the host does besides.
-  struct Answered {
-    long long number;
-    void* pointer;
-  };
-
  private:
   bool Checked(const PF_ProgPtr* effect_ref, std::initializer_list<const void*> needed, const char* missing);
 

@@ -13,6 +13,8 @@
 #include <tuple>
 #include <type_traits>
 
+#include "host/checks.h"
+#include "host/handles.h"
 #include "hostapi/ae_constants.h"
 #include "hostapi/ae_effect.h"
 
@@ -55,16 +57,54 @@ struct TablesOf<std::tuple<Served<Table>...>> {
 // The function tables of the served suites, in the table's order.
 using SuiteTables = TablesOf<std::remove_const_t<decltype(kServedSuites)>>::type;
 
-// How a call the fault plan fails answers (besides doing none of its work).
-enum class FaultKind : std::uint8_t {
-  kNever,      // not a host function: never failed
-  kError,      // the fault's error; a suite asked for stays null (Fault::Null(): no error, no suite)
-  kRefused,    // the row's refused answer (-1, null, 0, or nothing)
-  kNewHandle,  // null; Fault::Null() hands out a handle without a block
-  kLock,       // null; the host then accepts one unlock of the handle
-  kDispose,    // the handle stays live and neither side can free it
-  kCount
+// What a call the fault plan fails answers: a number, or a pointer for a function returning one.
+struct FaultAnswer {
+  long long number;
+  void* pointer;
 };
+// How a call the fault plan fails answers, besides doing none of its work: from
+// the fault's error, the row's refused answer and the handle the call is about.
+struct FaultKind {
+  bool fails;  // false only for what is not a host function
+  FaultAnswer (*answer)(HandleStore& handles, HostChecks& checks, PF_Handle& handle, PF_Err error,
+                        long long refused);
+};
+// Not a host function: never failed.
+inline constexpr FaultKind kNeverFailed{
+    .fails = false, .answer = [](HandleStore&, HostChecks&, PF_Handle&, PF_Err, long long refused) {
+      return FaultAnswer{refused, nullptr};
+    }};
+// The fault's error; a suite asked for stays null (Fault::Null(): no error, no suite).
+inline constexpr FaultKind kFailError{
+    .fails = true, .answer = [](HandleStore&, HostChecks&, PF_Handle&, PF_Err error, long long) {
+      return FaultAnswer{error, nullptr};
+    }};
+// The row's refused answer (-1, null, 0, or nothing).
+inline constexpr FaultKind kFailRefused{
+    .fails = true, .answer = [](HandleStore&, HostChecks&, PF_Handle&, PF_Err, long long refused) {
+      return FaultAnswer{refused, nullptr};
+    }};
+// Null; Fault::Null() hands out a handle without a block.
+inline constexpr FaultKind kFailNewHandle{
+    .fails = true,
+    .answer = [](HandleStore& handles, HostChecks&, PF_Handle& handle, PF_Err error, long long) {
+      handle = error == 0 ? handles.NewWithoutBlock() : nullptr;
+      return FaultAnswer{error, handle};
+    }};
+// Null; the host then accepts one unlock of the handle.
+inline constexpr FaultKind kFailLock{
+    .fails = true,
+    .answer = [](HandleStore& handles, HostChecks&, PF_Handle& handle, PF_Err error, long long) {
+      handles.RefusedLock(handle);
+      return FaultAnswer{error, nullptr};
+    }};
+// The handle stays live and neither side can free it.
+inline constexpr FaultKind kFailDispose{
+    .fails = true,
+    .answer = [](HandleStore& handles, HostChecks& checks, PF_Handle& handle, PF_Err error, long long) {
+      if (handles.IsLive(handle)) checks.Abandon(handle);
+      return FaultAnswer{error, nullptr};
+    }};
 
 enum class HostFn : std::uint8_t {
   kCommand,  // not a host function: the host's call of EntryPointFunc, as the call log records it
@@ -97,49 +137,48 @@ enum class HostFn : std::uint8_t {
 struct HostFnRow {
   HostFn fn;
   const char* name;  // as the call log and failure messages spell it
-  FaultKind fault;
+  const FaultKind* fault;
   const SuiteRow* suite;  // the suite it belongs to; null for the callbacks and the broker
   long long refused;      // the answer to a call the host refuses: bad arguments, or outside any command
 };
 
 inline constexpr PF_Err kBadParam = PF_Err_BAD_CALLBACK_PARAM;
 inline constexpr HostFnRow kHostFns[] = {
-    {HostFn::kCommand, "EntryPointFunc", FaultKind::kNever, nullptr, 0},
-    {HostFn::kAddParam, "add_param", FaultKind::kError, nullptr, kBadParam},
-    {HostFn::kRegisterUi, "register_ui", FaultKind::kError, nullptr, kBadParam},
-    {HostFn::kNewHandle, "host_new_handle", FaultKind::kNewHandle, nullptr, 0},
-    {HostFn::kLockHandle, "host_lock_handle", FaultKind::kLock, nullptr, 0},
-    {HostFn::kUnlockHandle, "host_unlock_handle", FaultKind::kRefused, nullptr, 0},
-    {HostFn::kDisposeHandle, "host_dispose_handle", FaultKind::kDispose, nullptr, 0},
-    {HostFn::kGetHandleSize, "host_get_handle_size", FaultKind::kRefused, nullptr, 0},
-    {HostFn::kResizeHandle, "host_resize_handle", FaultKind::kError, nullptr, kBadParam},
-    {HostFn::kGetPlatformData, "get_platform_data", FaultKind::kError, nullptr, kBadParam},
-    {HostFn::kSprintf, "sprintf", FaultKind::kRefused, nullptr, -1},
-    {HostFn::kStrcpy, "strcpy", FaultKind::kRefused, nullptr, 0},
-    {HostFn::kAcquireSuite, "AcquireSuite", FaultKind::kError, nullptr, kSuiteNotFound},
-    {HostFn::kReleaseSuite, "ReleaseSuite", FaultKind::kError, nullptr, kSuiteNotFound},
-    {HostFn::kSuiteNewHandle, "HandleSuite.host_new_handle", FaultKind::kNewHandle, &kSuite<PF_HandleSuite1>,
+    {HostFn::kCommand, "EntryPointFunc", &kNeverFailed, nullptr, 0},
+    {HostFn::kAddParam, "add_param", &kFailError, nullptr, kBadParam},
+    {HostFn::kRegisterUi, "register_ui", &kFailError, nullptr, kBadParam},
+    {HostFn::kNewHandle, "host_new_handle", &kFailNewHandle, nullptr, 0},
+    {HostFn::kLockHandle, "host_lock_handle", &kFailLock, nullptr, 0},
+    {HostFn::kUnlockHandle, "host_unlock_handle", &kFailRefused, nullptr, 0},
+    {HostFn::kDisposeHandle, "host_dispose_handle", &kFailDispose, nullptr, 0},
+    {HostFn::kGetHandleSize, "host_get_handle_size", &kFailRefused, nullptr, 0},
+    {HostFn::kResizeHandle, "host_resize_handle", &kFailError, nullptr, kBadParam},
+    {HostFn::kGetPlatformData, "get_platform_data", &kFailError, nullptr, kBadParam},
+    {HostFn::kSprintf, "sprintf", &kFailRefused, nullptr, -1},
+    {HostFn::kStrcpy, "strcpy", &kFailRefused, nullptr, 0},
+    {HostFn::kAcquireSuite, "AcquireSuite", &kFailError, nullptr, kSuiteNotFound},
+    {HostFn::kReleaseSuite, "ReleaseSuite", &kFailError, nullptr, kSuiteNotFound},
+    {HostFn::kSuiteNewHandle, "HandleSuite.host_new_handle", &kFailNewHandle, &kSuite<PF_HandleSuite1>, 0},
+    {HostFn::kSuiteLockHandle, "HandleSuite.host_lock_handle", &kFailLock, &kSuite<PF_HandleSuite1>, 0},
+    {HostFn::kSuiteUnlockHandle, "HandleSuite.host_unlock_handle", &kFailRefused, &kSuite<PF_HandleSuite1>,
      0},
-    {HostFn::kSuiteLockHandle, "HandleSuite.host_lock_handle", FaultKind::kLock, &kSuite<PF_HandleSuite1>, 0},
-    {HostFn::kSuiteUnlockHandle, "HandleSuite.host_unlock_handle", FaultKind::kRefused,
-     &kSuite<PF_HandleSuite1>, 0},
-    {HostFn::kSuiteDisposeHandle, "HandleSuite.host_dispose_handle", FaultKind::kDispose,
-     &kSuite<PF_HandleSuite1>, 0},
-    {HostFn::kSuiteGetHandleSize, "HandleSuite.host_get_handle_size", FaultKind::kRefused,
-     &kSuite<PF_HandleSuite1>, 0},
-    {HostFn::kSuiteResizeHandle, "HandleSuite.host_resize_handle", FaultKind::kError,
-     &kSuite<PF_HandleSuite1>, kBadParam},
-    {HostFn::kFill, "fill", FaultKind::kError, &kSuite<PF_FillMatteSuite2>, kBadParam},
-    {HostFn::kFill16, "fill16", FaultKind::kError, &kSuite<PF_FillMatteSuite2>, kBadParam},
-    {HostFn::kCopy, "copy", FaultKind::kError, &kSuite<PF_WorldTransformSuite1>, kBadParam},
-    {HostFn::kUpdateParamUi, "PF_UpdateParamUI", FaultKind::kError, &kSuite<PF_ParamUtilsSuite3>, kBadParam},
+    {HostFn::kSuiteDisposeHandle, "HandleSuite.host_dispose_handle", &kFailDispose, &kSuite<PF_HandleSuite1>,
+     0},
+    {HostFn::kSuiteGetHandleSize, "HandleSuite.host_get_handle_size", &kFailRefused, &kSuite<PF_HandleSuite1>,
+     0},
+    {HostFn::kSuiteResizeHandle, "HandleSuite.host_resize_handle", &kFailError, &kSuite<PF_HandleSuite1>,
+     kBadParam},
+    {HostFn::kFill, "fill", &kFailError, &kSuite<PF_FillMatteSuite2>, kBadParam},
+    {HostFn::kFill16, "fill16", &kFailError, &kSuite<PF_FillMatteSuite2>, kBadParam},
+    {HostFn::kCopy, "copy", &kFailError, &kSuite<PF_WorldTransformSuite1>, kBadParam},
+    {HostFn::kUpdateParamUi, "PF_UpdateParamUI", &kFailError, &kSuite<PF_ParamUtilsSuite3>, kBadParam},
 };
 
 constexpr bool HostFnsInOrder() {
   if (std::size(kHostFns) != static_cast<std::size_t>(HostFn::kCount)) return false;
   for (std::size_t i = 0; i < std::size(kHostFns); ++i) {
     if (static_cast<std::size_t>(kHostFns[i].fn) != i) return false;
-    if (kHostFns[i].fault == FaultKind::kNever && i != 0) return false;
+    if (kHostFns[i].fault->fails == (i == 0)) return false;
   }
   return true;
 }

@@ -19,7 +19,6 @@
 namespace {
 
 using cinebar_simhost::Fault;
-using cinebar_simhost::FaultKind;
 using cinebar_simhost::FaultTarget;
 using cinebar_simhost::Host;
 using cinebar_simhost::HostFn;
@@ -191,7 +190,7 @@ TEST_P(FaultMatrix, EveryHostCallRefusedInTurn) {
       const FaultTarget key = suite ? FaultTarget::ForSuite(r.suite, r.version) : FaultTarget(r.fn);
       const int n = ++calls[key];
       faults.push_back({key, n, false, false});
-      if (suite || Row(r.fn).fault == FaultKind::kNewHandle)
+      if (suite || Row(r.fn).fault == &cinebar_simhost::kFailNewHandle)
         faults.push_back({key, n, true, false});  // or no block
       if (Expected(scenario, key) == kNoSuite) faults.push_back({key, n, false, true});
     }
