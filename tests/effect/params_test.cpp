@@ -155,7 +155,7 @@ TEST_F(Controls, TheRecordIsNewAtSetupKeptThroughProjectsAndFreedAtSetdown) {
   ASSERT_EQ(PF_Err_NONE, host.SequenceSetup(*instance));  // a second setup starts again
   std::vector<HostFn> handle_calls;
   for (const auto& call : host.log().records()) {
-    if (Row(call.fn).suite == cinebar_simhost::Suite::kHandle) handle_calls.push_back(call.fn);
+    if (Row(call.fn).suite == &cinebar_simhost::kSuite<PF_HandleSuite1>) handle_calls.push_back(call.fn);
   }
   EXPECT_EQ(std::vector<HostFn>({HostFn::kSuiteDisposeHandle, HostFn::kSuiteNewHandle}), handle_calls);
   EXPECT_EQ(1, Record(*instance)[0]);
