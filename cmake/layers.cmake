@@ -33,19 +33,19 @@ function(cinebar_check_include_spelling target)
   set(files "")
   foreach(source IN LISTS sources headers)
     get_filename_component(source "${source}" ABSOLUTE BASE_DIR "${folder}")
-    # Generated sources (under the build tree) are the build's own, not read here.
-    cmake_path(IS_PREFIX CMAKE_BINARY_DIR "${source}" generated)
+    # Generated sources are the build's own, not read here.
+    get_source_file_property(generated "${source}" TARGET_DIRECTORY ${target} GENERATED)
     if(NOT generated AND source MATCHES "\\.(c|cpp|h)$")
       list(APPEND files "${source}")
     endif()
   endforeach()
   list(REMOVE_DUPLICATES files)
   set(stamp "${CMAKE_CURRENT_BINARY_DIR}/${target}.include-spelling")
-  file(WRITE "${stamp}.files" "${files}")
+  file(CONFIGURE OUTPUT "${stamp}.files" CONTENT "${files}")  # rewritten only when the list changes
   add_custom_command(OUTPUT "${stamp}"
     COMMAND "${CMAKE_COMMAND}" "-DFILE_LIST=${stamp}.files" "-DSTAMP=${stamp}"
             -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/include_spelling.cmake"
-    DEPENDS ${files} "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/include_spelling.cmake"
+    DEPENDS ${files} "${stamp}.files" "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/include_spelling.cmake"
     COMMENT "Include spelling of ${target}"
     VERBATIM)
   add_custom_target(${target}_include_spelling DEPENDS "${stamp}")
