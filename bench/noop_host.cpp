@@ -24,16 +24,12 @@ PF_Err Fill16(PF_ProgPtr, const PF_Pixel16*, const PF_Rect*, PF_LayerDef*) { ret
 PF_Err Copy(PF_ProgPtr, PF_LayerDef*, PF_LayerDef*, PF_Rect*, PF_Rect*) { return PF_Err_NONE; }
 PF_Err UpdateParamUi(PF_ProgPtr, A_long, const PF_ParamDef*) { return PF_Err_NONE; }
 
-using cinebar_simhost::Row;
-using cinebar_simhost::Suite;
-using cinebar_simhost::SuiteTable;
-const SuiteTable<Suite::kFillMatte> kFillSuite{Fill, Fill16, nullptr, nullptr, nullptr, nullptr, nullptr};
-const SuiteTable<Suite::kWorldTransform> kTransformSuite{nullptr, nullptr, nullptr, Copy,
-                                                         nullptr, nullptr, nullptr};
-const SuiteTable<Suite::kHandle> kHandleSuite{NewHandle,     LockHandle, UnlockHandle,
-                                              DisposeHandle, nullptr,    nullptr};
-const SuiteTable<Suite::kParamUtils> kParamUtilsSuite{UpdateParamUi, nullptr, nullptr, nullptr, nullptr,
-                                                      nullptr,       nullptr, nullptr, nullptr};
+using cinebar_simhost::kSuite;
+const PF_FillMatteSuite2 kFillSuite{Fill, Fill16, nullptr, nullptr, nullptr, nullptr, nullptr};
+const PF_WorldTransformSuite1 kTransformSuite{nullptr, nullptr, nullptr, Copy, nullptr, nullptr, nullptr};
+const PF_HandleSuite1 kHandleSuite{NewHandle, LockHandle, UnlockHandle, DisposeHandle, nullptr, nullptr};
+const PF_ParamUtilsSuite3 kParamUtilsSuite{UpdateParamUi, nullptr, nullptr, nullptr, nullptr,
+                                           nullptr,       nullptr, nullptr, nullptr};
 
 // The first position at which the names of the host's suites all differ: the
 // broker tells them apart by that one character, as cheaply as a host can.
@@ -46,24 +42,27 @@ constexpr std::size_t kTellingChar = [] {
   };
   for (std::size_t at = 0;; ++at) {
     bool all = true;
-    for (std::size_t i = 1; i < std::size(cinebar_simhost::kSuites); ++i) {
+    for (std::size_t i = 0; i < std::size(cinebar_simhost::kSuites); ++i) {
       for (std::size_t j = i + 1; j < std::size(cinebar_simhost::kSuites); ++j)
         all = all && differ_at(cinebar_simhost::kSuites[i].name, cinebar_simhost::kSuites[j].name, at);
     }
     if (all) return at;
   }
 }();
-constexpr char Telling(Suite suite) { return Row(suite).name[kTellingChar]; }
+template <typename Table>
+constexpr char Telling() {
+  return kSuite<Table>.name[kTellingChar];
+}
 
 SPErr AcquireSuite(const char* name, int32_t, const void** suite) {
   switch (name[kTellingChar]) {
-    case Telling(Suite::kFillMatte):
+    case Telling<PF_FillMatteSuite2>():
       *suite = &kFillSuite;
       break;
-    case Telling(Suite::kWorldTransform):
+    case Telling<PF_WorldTransformSuite1>():
       *suite = &kTransformSuite;
       break;
-    case Telling(Suite::kHandle):
+    case Telling<PF_HandleSuite1>():
       *suite = &kHandleSuite;
       break;
     default:

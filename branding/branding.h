@@ -9,9 +9,6 @@
 #include "hostapi/ae_effect.h"
 #include "paramindex/param_index.h"
 
-// The disk ID projects store the header row under.
-constexpr A_long HEADER_DISK_ID = 5;
-
 // Records handed to the library. Their layouts are fixed by the library.
 struct BrandingIdentity {
   const char* first_name;

@@ -1,5 +1,6 @@
 # The module's identity: the one place where its names, version and out-flags
-# are written down. The property list resource, the version resource and the
+# are written down (the project's version included: the top CMakeLists.txt
+# reads it from here). The property list resource, the version resource and the
 # code of global setup are all generated from these values.
 set(CINEBAR_EFFECT_NAME "Cinebar")
 set(CINEBAR_PUBLISHER "Tarnwick")
@@ -10,9 +11,7 @@ set(CINEBAR_CATEGORY "TW ${CINEBAR_FAMILY_NAME}")
 set(CINEBAR_MATCH_NAME "ADBE KS Cinebar")
 set(CINEBAR_ENTRY_POINT "EntryPointFunc")
 set(CINEBAR_MODULE_STEM "KSCinebar")
-set(CINEBAR_VERSION_MAJOR 1)
-set(CINEBAR_VERSION_MINOR 1)
-set(CINEBAR_VERSION_BUGFIX 12)
+set(CINEBAR_RELEASE_VERSION 1.1.12)  # major.minor.bug-fix; the project's version too
 set(CINEBAR_VERSION_STAGE 3)   # release
 set(CINEBAR_VERSION_BUILD 0)
 # Out-flags by the host's names and values. The generated identity header
@@ -29,6 +28,13 @@ set(CINEBAR_API_VERSION_MINOR 0)
 set(CINEBAR_PRODUCT_PAGE "https://www.tarnwick.example/lenscraft/cadre")
 
 # ---- Derived values: computed here once, used by every consumer.
+
+if(NOT CINEBAR_RELEASE_VERSION MATCHES "^([0-9]+)\\.([0-9]+)\\.([0-9]+)$")
+  message(FATAL_ERROR "Version '${CINEBAR_RELEASE_VERSION}' is not major.minor.bug-fix")
+endif()
+set(CINEBAR_VERSION_MAJOR ${CMAKE_MATCH_1})
+set(CINEBAR_VERSION_MINOR ${CMAKE_MATCH_2})
+set(CINEBAR_VERSION_BUGFIX ${CMAKE_MATCH_3})
 
 # The version packed as the host packs it: major 3 bits, minor 4, bug-fix 4,
 # stage 2, build 9. Values that do not fit are an error, not a wrap.

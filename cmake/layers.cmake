@@ -20,3 +20,34 @@ function(cinebar_expose target scope)
   endforeach()
   target_include_directories(${target} ${scope} "${root}")
 endfunction()
+
+# cinebar_check_include_spelling(target)
+# Before the target compiles, its sources and the headers of its source folder
+# are read for quoted includes that resolve beside the including file
+# (cmake/include_spelling.cmake): those would reach a header whatever the
+# target links, so the build refuses them.
+function(cinebar_check_include_spelling target)
+  get_target_property(folder ${target} SOURCE_DIR)
+  get_target_property(sources ${target} SOURCES)
+  file(GLOB headers "${folder}/*.h")
+  set(files "")
+  foreach(source IN LISTS sources headers)
+    get_filename_component(source "${source}" ABSOLUTE BASE_DIR "${folder}")
+    # Generated sources are the build's own, not read here.
+    get_source_file_property(generated "${source}" TARGET_DIRECTORY ${target} GENERATED)
+    if(NOT generated AND source MATCHES "\\.(c|cpp|h)$")
+      list(APPEND files "${source}")
+    endif()
+  endforeach()
+  list(REMOVE_DUPLICATES files)
+  set(stamp "${CMAKE_CURRENT_BINARY_DIR}/${target}.include-spelling")
+  file(CONFIGURE OUTPUT "${stamp}.files" CONTENT "${files}")  # rewritten only when the list changes
+  add_custom_command(OUTPUT "${stamp}"
+    COMMAND "${CMAKE_COMMAND}" "-DFILE_LIST=${stamp}.files" "-DSTAMP=${stamp}"
+            -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/include_spelling.cmake"
+    DEPENDS ${files} "${stamp}.files" "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/include_spelling.cmake"
+    COMMENT "Include spelling of ${target}"
+    VERBATIM)
+  add_custom_target(${target}_include_spelling DEPENDS "${stamp}")
+  add_dependencies(${target} ${target}_include_spelling)
+endfunction()

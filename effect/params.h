@@ -135,10 +135,12 @@ inline constexpr ControlSpec kControls[] = {
 };
 
 // The rows are added in order, so each must sit at the index the effect reads
-// it from, ending with the last parameter; disk IDs never repeat.
+// it from, ending with the last parameter; disk IDs never repeat, the header
+// row's included.
 constexpr bool InHostOrder(std::span<const ControlSpec> rows) {
   for (std::size_t at = 0; at < rows.size(); ++at) {
     if (rows[at].index != PARAM_RENDER + static_cast<A_long>(at)) return false;
+    if (rows[at].disk_id == HEADER_DISK_ID) return false;
     for (std::size_t other = 0; other < at; ++other) {
       if (rows[other].disk_id == rows[at].disk_id) return false;
     }

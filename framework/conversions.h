@@ -44,7 +44,7 @@ inline float NarrowToFloat(double value) {
   if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
   const float magnitude =
       std::fabs(value) >= kOverflowThreshold ? std::numeric_limits<float>::infinity() : FLT_MAX;
-  return value > 0.0 ? magnitude : -magnitude;
+  return std::signbit(value) ? -magnitude : magnitude;
 }
 
 }  // namespace DAE

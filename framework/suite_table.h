@@ -18,6 +18,7 @@ inline constexpr int kReleasedSuiteCount = 114;
 
 // The host's registered suite names, spelled exactly as the host spells them.
 inline constexpr SuitePair kSuitePairs[kSuiteSlotCount] = {
+    // mutation: off: versions of pairs the module never fetches; only fetched pairs reach a host
     {"AEGP Marker Suite", 1},
     {"AEGP Marker Suite", 2},
     {"AEGP Layer Suite", 8},
@@ -51,7 +52,9 @@ inline constexpr SuitePair kSuitePairs[kSuiteSlotCount] = {
     {"PF Path Query Suite", 1},
     {"AEGP Memory Suite", 1},
     {"PF Path Data Suite", 1},
+    // mutation: on
     {"PF Param Utils Suite", 3},
+    // mutation: off: versions of pairs the module never fetches; only fetched pairs reach a host
     {"PF AE App Suite", 6},
     {"PF AE Adv App Suite", 2},
     {"AEGP Light Suite", 1},
@@ -69,9 +72,11 @@ inline constexpr SuitePair kSuitePairs[kSuiteSlotCount] = {
     {"AEGP Render Suite", 2},
     {"AEGP Render Suite", 3},
     {"PF ANSI Suite", 1},
+    // mutation: on
     {"PF Handle Suite", 2},
     {"PF Fill Matte Suite", 2},
     {"PF World Transform Suite", 1},
+    // mutation: off: versions of pairs the module never fetches; only fetched pairs reach a host
     {"AEGP QueryXform Suite", 4},
     {"AEGP Composite Suite", 4},
     {"PF World Suite", 1},
@@ -136,6 +141,7 @@ inline constexpr SuitePair kSuitePairs[kSuiteSlotCount] = {
     {"AEGP Workspace Panel Suite", 1},
     {"AEGP Math Suite", 1},
     {"PF Cache On Load Suite", 1},
+    // mutation: on
 };
 
 // The suites the module uses, keyed by their function tables.

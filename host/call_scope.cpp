@@ -8,40 +8,6 @@ namespace {
 
 Host* g_current = nullptr;
 
-using FaultAnswer = Call::Answered (*)(Host& host, CallRecord& record, const Fault& fault, long long refused);
-// One row per FaultKind, in its order.
-constexpr FaultAnswer kFaultAnswers[] = {
-    // kNever
-    [](Host&, CallRecord&, const Fault&, long long refused) {
-      return Call::Answered{refused, nullptr};
-    },
-    // kError
-    [](Host&, CallRecord&, const Fault& fault, long long) {
-      return Call::Answered{fault.error, nullptr};
-    },
-    // kRefused
-    [](Host&, CallRecord&, const Fault&, long long refused) {
-      return Call::Answered{refused, nullptr};
-    },
-    // kNewHandle
-    [](Host& host, CallRecord& record, const Fault& fault, long long) {
-      record.handle = fault.error == 0 ? host.handles().NewWithoutBlock() : nullptr;
-      return Call::Answered{fault.error, record.handle};
-    },
-    // kLock: a refused lock may still be unlocked
-    [](Host& host, CallRecord& record, const Fault& fault, long long) {
-      host.handles().RefusedLock(record.handle);
-      return Call::Answered{fault.error, nullptr};
-    },
-    // kDispose: a refused disposal leaves a handle neither side can free
-    [](Host& host, CallRecord& record, const Fault& fault, long long) {
-      if (host.handles().IsLive(record.handle)) host.checks().Abandon(record.handle);
-      return Call::Answered{fault.error, nullptr};
-    },
-};
-static_assert(std::size(kFaultAnswers) == static_cast<std::size_t>(FaultKind::kCount),
-              "one answer per fault kind");
-
 std::string PtrText(const void* p) {
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, "%p", p);
@@ -53,18 +19,19 @@ std::string PtrText(const void* p) {
 CurrentHostScope::CurrentHostScope(Host* host) : previous_(g_current) { g_current = host; }
 CurrentHostScope::~CurrentHostScope() { g_current = previous_; }
 
-Call::Call(HostFn fn, std::string args) : row_(Row(fn)), host_(g_current), number_(row_.refused) {
+Call::Call(HostFn fn, std::string args)
+    : row_(Row(fn)), host_(g_current), inside_(g_current), number_(row_.refused) {
   if (host_ == nullptr) {
     std::fprintf(stderr, "simulated host: %s called outside any command\n", row_.name);
     return;
   }
   // A popup's items must outlive add_param: read them again at every later host call of the command.
-  host_->checks().RecheckTexts(host_->current().cmd, row_.name);
+  inside_.checks().RecheckTexts(inside_.current().cmd, row_.name);
   CallRecord record;
   record.fn = fn;
-  record.command = host_->current().cmd;
+  record.command = inside_.current().cmd;
   record.args = std::move(args);
-  record_ = &host_->log().Add(std::move(record));
+  record_ = &inside_.log().Add(std::move(record));
 }
 
 Call::Call(HostFn fn, PF_Handle handle) : Call(fn, PtrText(handle)) { record_->handle = handle; }
@@ -81,23 +48,23 @@ bool Call::Checked(const PF_ProgPtr* effect_ref, std::initializer_list<const voi
                    const char* missing) {
   if (host_ == nullptr) return false;
   Fault fault;
-  faulted_ = host_->faults().Check(row_.fn, &fault);
+  faulted_ = inside_.faults().Check(row_.fn, &fault);
   Fault for_target;
-  if (also_ && host_->faults().Check(*also_, &for_target)) {
+  if (also_ && inside_.faults().Check(*also_, &for_target)) {
     fault = for_target;
     faulted_ = true;
   }
   if (faulted_) {
-    const Answered answer =
-        kFaultAnswers[static_cast<std::size_t>(row_.fault)](*host_, *record_, fault, row_.refused);
+    const FaultAnswer answer =
+        row_.fault->answer(inside_.handles(), inside_.checks(), record_->handle, fault.error, row_.refused);
     number_ = answer.number;
     pointer_ = answer.pointer;
     record_->faulted = true;
     record_->result = number_;
     return false;
   }
-  if (effect_ref != nullptr && *effect_ref != host_->in_data().effect_ref) {
-    host_->HostError(std::string(row_.name) + ": effect_ref " + PtrText(*effect_ref) + " is not this host's");
+  if (effect_ref != nullptr && *effect_ref != inside_.in_data().effect_ref) {
+    inside_.Error(std::string(row_.name) + ": effect_ref " + PtrText(*effect_ref) + " is not this host's");
     record_->result = number_;
     return false;
   }

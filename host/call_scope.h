@@ -7,6 +7,7 @@
 #include <string>
 #include <type_traits>
 
+#include "host/host_inside.h"
 #include "host/sim_host.h"
 
 namespace cinebar_simhost {
@@ -35,7 +36,7 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
-  Host& host() { return *host_; }
+  HostInside& host() { return inside_; }
   CallRecord& record() { return *record_; }  // a spare one outside any command
   // AcquireSuite for one suite is counted and failed as a target of its own too.
   void AlsoCount(FaultTarget target) { also_ = std::move(target); }
@@ -48,7 +49,7 @@ class Call {
   // A misuse: one host error; the call answers `answer`.
   template <typename T>
   T Refuse(T answer, const std::string& why) {
-    host_->HostError(std::string(row_.name) + ": " + why);
+    inside_.Error(std::string(row_.name) + ": " + why);
     record_->result = answer;
     return answer;
   }
@@ -61,17 +62,12 @@ class Call {
       return static_cast<T>(number_);
   }
 
-  // How a failed call answers, by its fault kind: the value, and what the host does besides.
-  struct Answered {
-    long long number;
-    void* pointer;
-  };
-
  private:
   bool Checked(const PF_ProgPtr* effect_ref, std::initializer_list<const void*> needed, const char* missing);
 
   const HostFnRow& row_;
   Host* host_;
+  HostInside inside_;
   CallRecord spare_;
   CallRecord* record_ = &spare_;
   std::optional<FaultTarget> also_;

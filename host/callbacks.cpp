@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "host/call_scope.h"
 #include "host/pixel_ops.h"
@@ -38,12 +39,19 @@ PF_Err AddParam(PF_ProgPtr effect_ref, A_long index, PF_ParamDef* def) {
   if (def) c.record().def = *def;
   c.record().index = index;
   if (!c.AdmitFrom(effect_ref, {def}, "null definition")) return c.Answer<PF_Err>();
-  Host& h = c.host();
+  HostInside& h = c.host();
   if (h.current().cmd != PF_Cmd_PARAMS_SETUP)
     return c.Refuse(PF_Err_INVALID_CALLBACK, "outside parameter setup");
-  const AddedParam& kept = h.Added(index, *def);
-  if (def->param_type == PF_Param_POPUP && def->u.pd.u.namesptr != nullptr)
-    h.checks().KeepText(static_cast<A_long>(h.added_params().size()), def->u.pd.u.namesptr, kept.popup_items);
+  // A project keeps values by disk ID: two parameters under one ID would read each other's.
+  for (const AddedParam& earlier : h.project().added_params()) {
+    if (earlier.def.uu.id == def->uu.id)
+      return c.Refuse(PF_Err_BAD_CALLBACK_PARAM, "disk ID " + std::to_string(def->uu.id) + " added twice");
+  }
+  const AddedParam& kept = h.project().Added(index, *def);
+  if (def->param_type == PF_Param_POPUP && def->u.pd.u.namesptr != nullptr) {
+    const auto param = static_cast<A_long>(h.project().added_params().size());
+    h.checks().KeepText(param, def->u.pd.u.namesptr, kept.popup_items);
+  }
   c.record().def = kept.def;
   return PF_Err_NONE;
 }
@@ -53,7 +61,7 @@ PF_Err RegisterUI(PF_ProgPtr effect_ref, PF_CustomUIInfo* info) {
   if (!c.AdmitFrom(effect_ref, {info}, "null info")) return c.Answer<PF_Err>();
   if (c.host().current().cmd != PF_Cmd_PARAMS_SETUP)
     return c.Refuse(PF_Err_INVALID_CALLBACK, "outside parameter setup");
-  c.host().Registered(*info);
+  c.host().project().Registered(*info);
   return PF_Err_NONE;
 }
 
@@ -162,9 +170,9 @@ SPErr AcquireSuite(const char* name, int32_t version, const void** suite) {
   c.record().version = version;
   c.AlsoCount(FaultTarget::ForSuite(suite_name, version));
   if (!c.Admit({name, suite}, "null name or suite address")) return c.Answer<SPErr>();
-  const Suite served = SuiteNamed(suite_name, version);
-  if (served == Suite::kNone) return static_cast<SPErr>(c.record().result = kSuiteNotFound);
-  *suite = c.host().SuiteTableOf(served);
+  const void* served = c.host().ServedTable(suite_name, version);
+  if (served == nullptr) return static_cast<SPErr>(c.record().result = kSuiteNotFound);
+  *suite = served;
   c.host().checks().Acquired(suite_name, version);
   return 0;
 }
@@ -230,6 +238,23 @@ PF_Err UpdateParamUI(PF_ProgPtr effect_ref, A_long index, const PF_ParamDef* def
   return PF_Err_NONE;
 }
 
+// The host's functions in each served suite, bound by its function table.
+void Bind(PF_FillMatteSuite2& fill) {
+  fill.fill = Fill<HostFn::kFill, PF_Pixel>;
+  fill.fill16 = Fill<HostFn::kFill16, PF_Pixel16>;
+}
+void Bind(PF_WorldTransformSuite1& transform) { transform.copy = Copy; }
+void Bind(PF_HandleSuite1& handle) {
+  handle.host_new_handle = NewHandle<HostFn::kSuiteNewHandle>;
+  handle.host_lock_handle = LockHandle<HostFn::kSuiteLockHandle>;
+  handle.host_unlock_handle = UnlockHandle<HostFn::kSuiteUnlockHandle>;
+  handle.host_dispose_handle = DisposeHandle<HostFn::kSuiteDisposeHandle>;
+  handle.host_get_handle_size = reinterpret_cast<PF_UnusedFn>(HandleSize<HostFn::kSuiteGetHandleSize>);
+  handle.host_resize_handle = reinterpret_cast<PF_UnusedFn>(ResizeHandle<HostFn::kSuiteResizeHandle>);
+}
+void Bind(PF_ParamUtilsSuite3& param_utils) { param_utils.PF_UpdateParamUI = UpdateParamUI; }
+void Bind(auto&) {}  // a suite served without functions of the host's own
+
 }  // namespace
 
 void InstallCallbacks(PF_InData& in, PF_UtilCallbacks& u, SPBasicSuite& basic, SuiteTables& suites) {
@@ -246,18 +271,7 @@ void InstallCallbacks(PF_InData& in, PF_UtilCallbacks& u, SPBasicSuite& basic, S
   u.ansi.strcpy = Strcpy;
   basic.AcquireSuite = AcquireSuite;
   basic.ReleaseSuite = ReleaseSuite;
-  auto& fill = std::get<SuiteTable<Suite::kFillMatte>>(suites);
-  fill.fill = Fill<HostFn::kFill, PF_Pixel>;
-  fill.fill16 = Fill<HostFn::kFill16, PF_Pixel16>;
-  std::get<SuiteTable<Suite::kWorldTransform>>(suites).copy = Copy;
-  auto& handle = std::get<SuiteTable<Suite::kHandle>>(suites);
-  handle.host_new_handle = NewHandle<HostFn::kSuiteNewHandle>;
-  handle.host_lock_handle = LockHandle<HostFn::kSuiteLockHandle>;
-  handle.host_unlock_handle = UnlockHandle<HostFn::kSuiteUnlockHandle>;
-  handle.host_dispose_handle = DisposeHandle<HostFn::kSuiteDisposeHandle>;
-  handle.host_get_handle_size = reinterpret_cast<PF_UnusedFn>(HandleSize<HostFn::kSuiteGetHandleSize>);
-  handle.host_resize_handle = reinterpret_cast<PF_UnusedFn>(ResizeHandle<HostFn::kSuiteResizeHandle>);
-  std::get<SuiteTable<Suite::kParamUtils>>(suites).PF_UpdateParamUI = UpdateParamUI;
+  std::apply([](auto&... table) { (Bind(table), ...); }, suites);
 }
 
 }  // namespace cinebar_simhost

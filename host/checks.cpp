@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/call_log.h"
+
 namespace cinebar_simhost {
 
 void HostChecks::Error(PF_Cmd cmd, const std::string& text) {

@@ -10,10 +10,12 @@
 #include <utility>
 #include <vector>
 
-#include "host/call_log.h"
 #include "host/handles.h"
+#include "hostapi/ae_constants.h"
 
 namespace cinebar_simhost {
+
+class CallLog;
 
 class HostChecks {
  public:

@@ -18,7 +18,7 @@ std::string FaultTarget::Text() const {
 }
 
 void FaultPlan::Fail(const FaultTarget& target, Fault fault) {
-  if (Row(target.fn).fault == FaultKind::kNever)
+  if (!Row(target.fn).fault->fails)
     throw std::invalid_argument("FaultPlan: \"" + target.Text() + "\" is not a host function");
   if (fault.on_call < 1) throw std::invalid_argument("FaultPlan: call numbers start at 1");
   faults_[target].push_back(fault);

@@ -52,7 +52,7 @@ std::vector<PF_Handle> Project::Held() const {
   return held;
 }
 
-std::vector<PF_ParamDef> Project::Passed(Instance& instance) const {
+std::vector<PF_ParamDef> Project::Passed(Instance& instance) {
   CheckLive(instance);
   if (!instance.params_.empty()) instance.params_[0].u.ld = *instance.input_.layer();
   std::vector<PF_ParamDef> passed = instance.params_;
@@ -128,91 +128,22 @@ Instance& Project::AddInstance(World input) {
   return NewInstanceFrom(std::move(input), defs, items);
 }
 
-NewInstance Project::Apply(World input) {
-  Instance& instance = AddInstance(std::move(input));
-  const PF_Err err = SequenceSetup(instance);
-  return NewInstance{instance, err};
+Instance& Project::Restore(const SavedInstance& saved, World input, PF_Handle sequence_data) {
+  Instance& instance = NewInstanceFrom(std::move(input), saved.params, saved.popup_items);
+  instance.sequence_data_ = sequence_data;
+  return instance;
 }
 
-namespace {
-PF_ParamDef& Kind(Instance& instance, A_long index, PF_ParamType type, const char* what) {
-  PF_ParamDef& def = instance.param(index);
-  if (def.param_type != type) {
-    throw std::invalid_argument(std::string("Host: parameter ") + std::to_string(index) + " is not a " +
-                                what);
-  }
-  return def;
-}
-}  // namespace
-
-PF_Err Project::ChangePopup(Instance& instance, A_long index, A_long value) {
-  Kind(instance, index, PF_Param_POPUP, "popup").u.pd.value = value;
-  return UserChanged(instance, index);
-}
-
-PF_Err Project::ChangeFloat(Instance& instance, A_long index, PF_FpLong value) {
-  Kind(instance, index, PF_Param_FLOAT_SLIDER, "float slider").u.fs_d.value = value;
-  return UserChanged(instance, index);
-}
-
-PF_Err Project::ChangeColor(Instance& instance, A_long index, PF_Pixel value) {
-  Kind(instance, index, PF_Param_COLOR, "colour").u.cd.value = value;
-  return UserChanged(instance, index);
-}
-
-PF_Err Project::UserChanged(Instance& instance, A_long index) {
-  if (index < 1 || index >= instance.param_count()) {
-    throw std::out_of_range("Host: no user parameter " + std::to_string(index));
-  }
-  PF_UserChangedParamExtra extra{index};
-  return Command(instance, PF_Cmd_USER_CHANGED_PARAM, nullptr, &extra);
-}
-
-PF_Err Project::Render(Instance& instance, World& output) {
-  return Command(instance, PF_Cmd_RENDER, output.layer(), nullptr);
-}
-
-PF_Err Project::Event(Instance& instance, PF_EventExtra& extra, World* output) {
-  return Command(instance, PF_Cmd_EVENT, output ? output->layer() : nullptr, &extra);
-}
-
-SavedInstance Project::Save(Instance& instance) {
-  CheckLive(instance);
-  if ((global_out_flags_ & PF_OutFlag_SEQUENCE_DATA_NEEDS_FLATTENING) != 0 &&
-      instance.sequence_data_ != nullptr) {
-    Command(instance, PF_Cmd_SEQUENCE_FLATTEN);
-  }
+SavedInstance Project::Snapshot(const Instance& instance, const HandleStore* handles) {
   SavedInstance saved;
-  if (instance.sequence_data_ != nullptr) {
-    if (handles_.IsLive(instance.sequence_data_)) {
-      saved.has_sequence_data = true;
-      saved.sequence_bytes = handles_.Bytes(instance.sequence_data_);
-    } else {
-      checks_.Error(current_cmd_, "save: the instance's sequence data is not a live handle");
-    }
+  if (instance.sequence_data_ != nullptr && handles != nullptr) {
+    saved.has_sequence_data = true;
+    saved.sequence_bytes = handles->Bytes(instance.sequence_data_);
   }
   saved.params = instance.params_;
   saved.popup_items = instance.popup_items_;
   if (!saved.params.empty()) saved.params[0].u.ld = PF_LayerDef{};  // a project keeps no pixels
   return saved;
-}
-
-NewInstance Project::Reopen(const SavedInstance& saved, World input) {
-  Instance& instance = NewInstanceFrom(std::move(input), saved.params, saved.popup_items);
-  if (saved.has_sequence_data) instance.sequence_data_ = handles_.Adopt(saved.sequence_bytes);
-  const PF_Err err = SequenceResetup(instance);
-  return NewInstance{instance, err};
-}
-
-NewInstance Project::Duplicate(Instance& instance) {
-  const SavedInstance saved = Save(instance);
-  return Reopen(saved, instance.input_);
-}
-
-PF_Err Project::Remove(Instance& instance) {
-  const PF_Err err = Command(instance, PF_Cmd_SEQUENCE_SETDOWN);
-  instance.removed_ = true;
-  return err;
 }
 
 }  // namespace cinebar_simhost

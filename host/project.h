@@ -1,8 +1,7 @@
-// The project side of the simulated host: the effect's definitions as the
-// module added them, its global data, and the instances applied to layers,
-// with what a user does to them (apply, change, render, save, reopen,
-// duplicate, remove). Commands are sent through Command(), which the host
-// that owns the project implements.
+// The project the simulated host keeps: the effect's definitions as the
+// module added them, its global data and the instances applied to layers.
+// It sends no command; the host (sim_host.h) does, and records here what the
+// module handed over.
 #pragma once
 
 #include <deque>
@@ -11,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/checks.h"
 #include "host/handles.h"
 #include "host/world.h"
 #include "hostapi/ae_constants.h"
@@ -67,47 +65,14 @@ struct NewInstance {
 
 class Project {
  public:
+  Project() = default;
   Project(const Project&) = delete;
   Project& operator=(const Project&) = delete;
-
-  // A command outside any instance: out_data zeroed, global data in both records.
-  virtual PF_Err Command(PF_Cmd cmd, PF_ParamDef* params[] = nullptr, PF_LayerDef* output = nullptr,
-                         void* extra = nullptr) = 0;
-  // A command for an instance: its parameters (change flags cleared) and its
-  // sequence data in in_data and, pre-set, in out_data; afterwards the host
-  // takes out_data's sequence data and the module's parameter updates.
-  virtual PF_Err Command(Instance& instance, PF_Cmd cmd, PF_LayerDef* output = nullptr,
-                         void* extra = nullptr) = 0;
-
-  PF_Err About() { return Command(PF_Cmd_ABOUT); }
-  PF_Err GlobalSetup() { return Command(PF_Cmd_GLOBAL_SETUP); }
-  PF_Err ParamsSetup() { return Command(PF_Cmd_PARAMS_SETUP); }
-  PF_Err GlobalSetdown() { return Command(PF_Cmd_GLOBAL_SETDOWN); }  // then frees the global data
-
-  // A new instance on a layer showing `input`, its parameters at their defaults. No command is sent.
-  Instance& AddInstance(World input);
-  NewInstance Apply(World input);  // AddInstance, then sequence setup
-  PF_Err SequenceSetup(Instance& instance) { return Command(instance, PF_Cmd_SEQUENCE_SETUP); }
-  PF_Err SequenceResetup(Instance& instance) { return Command(instance, PF_Cmd_SEQUENCE_RESETUP); }
-  // A user's edit: the value is set in the host's parameter, then PF_Cmd_USER_CHANGED_PARAM is sent.
-  // The wrong parameter kind throws std::invalid_argument.
-  PF_Err ChangePopup(Instance& instance, A_long index, A_long value);
-  PF_Err ChangeFloat(Instance& instance, A_long index, PF_FpLong value);
-  PF_Err ChangeColor(Instance& instance, A_long index, PF_Pixel value);
-  PF_Err UserChanged(Instance& instance, A_long index);
-  PF_Err UpdateParamsUI(Instance& instance) { return Command(instance, PF_Cmd_UPDATE_PARAMS_UI); }
-  PF_Err Render(Instance& instance, World& output);
-  PF_Err Event(Instance& instance, PF_EventExtra& extra, World* output = nullptr);
-  // The sequence bytes and parameter values (flattened first when the module asked for it).
-  SavedInstance Save(Instance& instance);
-  NewInstance Reopen(const SavedInstance& saved, World input);
-  NewInstance Duplicate(Instance& instance);
-  // PF_Cmd_SEQUENCE_SETDOWN; the host then lets go of the instance's handle.
-  PF_Err Remove(Instance& instance);
 
   const std::deque<AddedParam>& added_params() const { return added_; }
   const std::vector<PF_CustomUIInfo>& registered_ui() const { return registered_ui_; }
   PF_Handle global_data() const { return global_data_; }
+  PF_OutFlags global_out_flags() const { return global_out_flags_; }
 
   // ---- what the host's functions and commands record ----------------------------
   // add_param's definition, kept with a copy of its popup items (the kept
@@ -119,25 +84,27 @@ class Project {
   void SetGlobalOutFlags(PF_OutFlags flags) { global_out_flags_ = flags; }
   std::vector<PF_Handle> Held() const;  // the global data and every instance's sequence data
   // The parameters an instance's command passes: the input layer's world set, change flags cleared.
-  std::vector<PF_ParamDef> Passed(Instance& instance) const;
+  static std::vector<PF_ParamDef> Passed(Instance& instance);
   // After an instance's command: the flagged values, PF_UpdateParamUI's definitions and the sequence data.
   static void TakeBack(Instance& instance, const std::vector<PF_ParamDef>& passed,
                        const std::vector<std::pair<A_long, PF_ParamDef>>& ui_updates,
                        PF_Handle sequence_data);
 
- protected:
-  Project(HandleStore& handles, HostChecks& checks, const PF_Cmd& current_cmd)
-      : handles_(handles), checks_(checks), current_cmd_(current_cmd) {}
-  virtual ~Project() = default;
+  // ---- instances --------------------------------------------------------------------
+  // A new instance on a layer showing `input`, its parameters at the added definitions' defaults.
+  Instance& AddInstance(World input);
+  // An instance as `saved` keeps it, its sequence data in `sequence_data`.
+  Instance& Restore(const SavedInstance& saved, World input, PF_Handle sequence_data);
+  // The parameter values and, when `handles` is given, the sequence bytes.
+  static SavedInstance Snapshot(const Instance& instance, const HandleStore* handles);
+  static void MarkRemoved(Instance& instance) { instance.removed_ = true; }
+  // Throws std::logic_error for a removed instance.
+  static void CheckLive(const Instance& instance);
 
  private:
   Instance& NewInstanceFrom(World input, const std::vector<PF_ParamDef>& defs,
                             const std::vector<std::string>& popup_items);
-  static void CheckLive(const Instance& instance);
 
-  HandleStore& handles_;
-  HostChecks& checks_;
-  const PF_Cmd& current_cmd_;
   std::deque<AddedParam> added_;
   std::vector<PF_CustomUIInfo> registered_ui_;
   PF_Handle global_data_ = nullptr;

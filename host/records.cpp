@@ -26,10 +26,11 @@ void HostRecords::SetDownsample(PF_RationalScale x, PF_RationalScale y) {
   in_.downsample_y = y;
 }
 
-const void* HostRecords::SuiteTableOf(Suite suite) const {
+const void* HostRecords::ServedTable(std::string_view name, int version) const {
   const auto tables = std::apply(
       [](const auto&... table) { return std::array<const void*, sizeof...(table)>{&table...}; }, suites_);
-  return suite == Suite::kNone ? nullptr : tables[static_cast<std::size_t>(suite) - 1];
+  const std::size_t at = ServedSuiteAt(name, version);
+  return at < tables.size() ? tables[at] : nullptr;
 }
 
 }  // namespace cinebar_simhost

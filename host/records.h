@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "host/handles.h"
 #include "host/host_functions.h"
@@ -27,15 +28,13 @@ class HostRecords {
   PF_OutData& out_data() { return out_; }  // as the last command left it (zeroed before every command)
   HandleStore& handles() { return handles_; }
   const HandleStore& handles() const { return handles_; }
-  std::size_t LiveHandleCount() const { return handles_.LiveCount(); }
 
-  void SetApplId(A_AppID id) { in_.appl_id = id; }
   void SetDownsample(PF_RationalScale x, PF_RationalScale y);
-  void SetPixelAspect(PF_RationalScale ratio) { in_.pixel_aspect_ratio = ratio; }
   void SetModuleHandle(void* handle) { module_handle_ = handle; }
   void* module_handle() const { return module_handle_; }
 
-  const void* SuiteTableOf(Suite suite) const;  // null for Suite::kNone
+  // The function table of the suite served under `name` at `version`; null when none is.
+  const void* ServedTable(std::string_view name, int version) const;
 
  private:
   PF_InData in_{};

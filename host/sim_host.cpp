@@ -6,8 +6,7 @@
 
 namespace cinebar_simhost {
 
-Host::Host(PF_EntryPointFn entry, void* module_handle)
-    : HostRecords(module_handle), Project(handles(), checks_, current_.cmd), entry_(entry) {
+Host::Host(PF_EntryPointFn entry, void* module_handle) : entry_(entry), records_(module_handle) {
   if (entry_ == nullptr) throw std::invalid_argument("Host: null entry point");
 }
 
@@ -30,7 +29,7 @@ PF_Err Host::Run(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamD
                  PF_LayerDef* output, void* extra, const std::function<void(PF_Err)>& take_back) {
   const PF_Cmd previous = current_.cmd;
   current_.cmd = cmd;
-  const std::size_t first_error = host_errors().size();
+  const std::size_t first_error = checks_.errors().size();
   CallRecord& entry = log_.Add(CallRecord{});
   entry.command = cmd;
   entry.args = "cmd=" + std::to_string(cmd);
@@ -54,7 +53,7 @@ PF_Err Host::Run(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamD
 }
 
 PF_Err Host::Command(PF_Cmd cmd, PF_ParamDef* params[], PF_LayerDef* output, void* extra) {
-  if (cmd == PF_Cmd_PARAMS_SETUP) ForgetDefinitions();
+  if (cmd == PF_Cmd_PARAMS_SETUP) project_.ForgetDefinitions();
   PF_InData& in = in_data();
   PF_OutData& out = out_data();
   in.global_data = global_data();
@@ -64,16 +63,16 @@ PF_Err Host::Command(PF_Cmd cmd, PF_ParamDef* params[], PF_LayerDef* output, voi
   in.extent_hint = PF_Rect{0, 0, 0, 0};
   out = PF_OutData{};
   out.global_data = global_data();
-  const std::vector<PF_Handle> held_before = Held();
+  const std::vector<PF_Handle> held_before = project_.Held();
   return Run(cmd, &in, &out, params, output, extra, [&](PF_Err err) {
     PF_Handle global = checks_.Returned(cmd, handles(), out.global_data, "global data");
     if (cmd == PF_Cmd_GLOBAL_SETDOWN && global != nullptr) {
       handles().Release(global);  // the host owns the global data's end
       global = nullptr;
     }
-    SetGlobalData(global);
-    checks_.Ownership(cmd, err, handles(), Held(), held_before);
-    if (cmd == PF_Cmd_GLOBAL_SETUP) SetGlobalOutFlags(out.out_flags);
+    project_.SetGlobalData(global);
+    checks_.Ownership(cmd, err, handles(), project_.Held(), held_before);
+    if (cmd == PF_Cmd_GLOBAL_SETUP) project_.SetGlobalOutFlags(out.out_flags);
     if (cmd == PF_Cmd_PARAMS_SETUP && err == PF_Err_NONE &&
         out.num_params != static_cast<A_long>(added_params().size()) + 1) {
       HostError("parameter setup reported num_params " + std::to_string(out.num_params) + " for " +
@@ -84,7 +83,7 @@ PF_Err Host::Command(PF_Cmd cmd, PF_ParamDef* params[], PF_LayerDef* output, voi
 
 PF_Err Host::Command(Instance& instance, PF_Cmd cmd, PF_LayerDef* output, void* extra) {
   // The module sees a copy with cleared change flags; only flagged values come back.
-  std::vector<PF_ParamDef> passed = Passed(instance);
+  std::vector<PF_ParamDef> passed = Project::Passed(instance);
   std::vector<PF_ParamDef*> pointers;
   for (PF_ParamDef& def : passed) pointers.push_back(&def);
   const PF_LayerDef* frame = output ? output : (passed.empty() ? nullptr : &passed[0].u.ld);
@@ -102,18 +101,18 @@ PF_Err Host::Command(Instance& instance, PF_Cmd cmd, PF_LayerDef* output, void* 
   out.sequence_data = instance.sequence_data();
   current_.ui_updates.clear();
   current_.instance = &instance;
-  const std::vector<PF_Handle> held_before = Held();
+  const std::vector<PF_Handle> held_before = project_.Held();
   const std::vector<PF_ParamDef> given = passed;
   const std::size_t first = log_.records().size();
   return Run(cmd, &in, &out, pointers.empty() ? nullptr : pointers.data(), output, extra, [&](PF_Err err) {
     current_.instance = nullptr;
     checks_.FailedWrites(cmd, err, given, passed, log_, first);
-    SetGlobalData(checks_.Returned(cmd, handles(), out.global_data, "global data"));
+    project_.SetGlobalData(checks_.Returned(cmd, handles(), out.global_data, "global data"));
     PF_Handle sequence = checks_.Returned(cmd, handles(), out.sequence_data, "sequence data");
     if (cmd == PF_Cmd_SEQUENCE_SETDOWN) sequence = nullptr;  // the host lets go of it
-    TakeBack(instance, passed, current_.ui_updates, sequence);
+    Project::TakeBack(instance, passed, current_.ui_updates, sequence);
     current_.ui_updates.clear();
-    checks_.Ownership(cmd, err, handles(), Held(), held_before);
+    checks_.Ownership(cmd, err, handles(), project_.Held(), held_before);
   });
 }
 

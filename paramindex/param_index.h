@@ -13,3 +13,7 @@ constexpr int32_t PARAM_PRESET = 3;
 constexpr int32_t PARAM_ASPECT_RATIO = 4;
 constexpr int32_t PARAM_COLOR = 5;
 constexpr int32_t PARAM_NUM_PARAMS = 6;  // the input layer included
+
+// The disk ID projects store the header row under. The controls' own IDs are
+// in the control table, which the build checks keep apart from this one.
+constexpr int32_t HEADER_DISK_ID = 5;

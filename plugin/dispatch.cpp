@@ -48,8 +48,8 @@ PF_Err DispatchCommand(std::span<const CommandRoute, kCommandCount> routes, PF_C
 
   const char* const name = cinebar_identity::kEffectName;
   try {
-    if (route != nullptr && route->handler != nullptr)
-      route->handler({cmd, in_data, out_data, params, output, extra});
+    if (route != nullptr && route->handler.present)
+      route->handler.call({cmd, in_data, out_data, params, output, extra});
   } catch (int& host_error) {
     result = host_error;
   } catch (DAE::DAECancelXCP&) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -58,8 +59,8 @@ TEST_F(Controls, DefinitionsAsTheHostReceivesThem) {
   ratio.value = 1.3333333730697632;
   ratio.precision = 3;
   want[3].u.cd.value = want[3].u.cd.dephault = PF_Pixel{255, 0, 0, 0};
-  ASSERT_EQ(5u, host.added_params().size());
-  for (size_t i = 0; i < 4; ++i) {
+  ASSERT_EQ(std::size(want) + 1, host.added_params().size());  // the header, then the controls held here
+  for (size_t i = 0; i < std::size(want); ++i) {
     const cinebar_simhost::AddedParam& got = host.added_params()[i + 1];
     EXPECT_EQ(-1, got.index);
     EXPECT_EQ(kItems[i], got.popup_items);
@@ -154,7 +155,7 @@ TEST_F(Controls, TheRecordIsNewAtSetupKeptThroughProjectsAndFreedAtSetdown) {
   ASSERT_EQ(PF_Err_NONE, host.SequenceSetup(*instance));  // a second setup starts again
   std::vector<HostFn> handle_calls;
   for (const auto& call : host.log().records()) {
-    if (Row(call.fn).suite == cinebar_simhost::Suite::kHandle) handle_calls.push_back(call.fn);
+    if (Row(call.fn).suite == &cinebar_simhost::kSuite<PF_HandleSuite1>) handle_calls.push_back(call.fn);
   }
   EXPECT_EQ(std::vector<HostFn>({HostFn::kSuiteDisposeHandle, HostFn::kSuiteNewHandle}), handle_calls);
   EXPECT_EQ(1, Record(*instance)[0]);

@@ -19,7 +19,6 @@
 namespace {
 
 using cinebar_simhost::Fault;
-using cinebar_simhost::FaultKind;
 using cinebar_simhost::FaultTarget;
 using cinebar_simhost::Host;
 using cinebar_simhost::HostFn;
@@ -92,7 +91,7 @@ struct Rule {
   const char* scenario;
   PF_Err result;
 };
-const char* const kParamUtils = cinebar_simhost::Row(cinebar_simhost::Suite::kParamUtils).name;
+const char* const kParamUtils = cinebar_simhost::kSuite<PF_ParamUtilsSuite3>.name;
 const Rule kRules[] = {
     {kAny, "", "event_header", kOk},  // what the branding library says never reaches the host
     {HostFn::kAcquireSuite, kParamUtils, "changed_ratio", kNoSuite},
@@ -145,7 +144,8 @@ void PlayOn(Scene& s, const Scenario& scenario) {
   }
   if (std::string(scenario.name) == "global_setdown") return;
   Instance* const first = s.instance;
-  if (s.added_params().size() == 5) {  // the host applies only an effect whose controls it all took
+  // The host applies only an effect whose parameters it all took (all but the input layer).
+  if (s.added_params().size() == std::size_t{PARAM_NUM_PARAMS - 1}) {
     s.instance = &s.AddInstance(World(16, 9));
     EXPECT_EQ(kOk, s.SequenceSetup(*s.instance));
     for (const Scenario& next : kScenarios) {
@@ -190,7 +190,7 @@ TEST_P(FaultMatrix, EveryHostCallRefusedInTurn) {
       const FaultTarget key = suite ? FaultTarget::ForSuite(r.suite, r.version) : FaultTarget(r.fn);
       const int n = ++calls[key];
       faults.push_back({key, n, false, false});
-      if (suite || Row(r.fn).fault == FaultKind::kNewHandle)
+      if (suite || Row(r.fn).fault == &cinebar_simhost::kFailNewHandle)
         faults.push_back({key, n, true, false});  // or no block
       if (Expected(scenario, key) == kNoSuite) faults.push_back({key, n, false, true});
     }

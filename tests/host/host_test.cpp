@@ -5,9 +5,12 @@
 // branding, fault-matrix and controls tests, which would fail on a false alarm.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "tests/fixtures/effect_host.h"
 
@@ -51,6 +54,15 @@ TEST(StrictHost, NoticesEachMisdeedOnce) {
   } kCases[] = {
       {"popup items changed after add_param", PF_Cmd_PARAMS_SETUP,
        [](auto in, auto out, auto) { return OnePopup(in, out, [] { g_items[0] = 'X'; }); }},
+      {"disk ID 7 added twice", PF_Cmd_PARAMS_SETUP,
+       [](auto in, auto out, auto) {
+         PF_ParamDef def{};
+         def.param_type = PF_Param_FLOAT_SLIDER;
+         def.uu.id = 7;
+         in->inter.add_param(in->effect_ref, -1, &def);
+         in->inter.add_param(in->effect_ref, -1, &def);
+         return out->num_params = 2, 0;
+       }},
       {"num_params", PF_Cmd_PARAMS_SETUP,
        [](auto in, auto out, auto) { return OnePopup(in, out, [] {}), out->num_params = 3, 0; }},
       {"held past the command", PF_Cmd_RENDER,
@@ -95,6 +107,31 @@ TEST(StrictHost, NoticesEachMisdeedOnce) {
     EXPECT_EQ(1u, host.host_errors().size()) << errors;
     EXPECT_NE(std::string::npos, errors.find(c.error)) << errors;
   }
+}
+
+// The broker hands out each suite of its table under its name and version
+// alone, one function table per suite, and takes it back.
+TEST(StrictHost, BrokerServesEachSuiteOfItsTable) {
+  Host host(Fake);
+  g_body = [](auto in, auto, auto) {
+    std::vector<const void*> tables;
+    for (const SuiteRow& row : kSuites) {
+      SCOPED_TRACE(row.name);
+      const void* table = nullptr;
+      EXPECT_EQ(0, in->pica_basicP->AcquireSuite(row.name, row.version, &table));
+      EXPECT_NE(nullptr, table);
+      EXPECT_EQ(std::find(tables.begin(), tables.end(), table), tables.end()) << "a table served twice";
+      tables.push_back(table);
+      EXPECT_EQ(0, in->pica_basicP->ReleaseSuite(row.name, row.version));
+      const void* other = &tables;
+      EXPECT_EQ(kSuiteNotFound, in->pica_basicP->AcquireSuite(row.name, row.version + 1, &other));
+      EXPECT_EQ(nullptr, other);
+    }
+    return PF_Err_NONE;
+  };
+  EXPECT_EQ(PF_Err_NONE, host.Command(PF_Cmd_RENDER));
+  g_body = nullptr;
+  EXPECT_EQ(static_cast<int>(std::size(kSuites)), host.log().Count(HostFn::kReleaseSuite));
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ const std::array<CommandRoute, kCommandCount> kRecording = [] {
   std::array<CommandRoute, kCommandCount> routes{};
   std::ranges::copy(kCinebarRoutes, routes.begin());
   for (CommandRoute& route : routes) {
-    if (route.handler != nullptr) route.handler = Reached;
+    if (route.handler.present) route.handler = Reached;
   }
   return routes;
 }();
@@ -55,13 +55,15 @@ class Dispatch : public ::testing::Test {
 
 TEST_F(Dispatch, RoutesEveryCommandAndRefusesOnlyRecordsItsPathNeeds) {
   std::vector<CommandRoute> routes(kRecording.begin(), kRecording.end());
-  for (const PF_Cmd beyond : {19, 1000, -1}) routes.push_back({beyond, Records::kNothing, nullptr});
+  constexpr auto kBeyond = static_cast<PF_Cmd>(kCommandCount);  // the first number past the table
+  for (const PF_Cmd beyond : {kBeyond, kBeyond + 1000, PF_Cmd{-1}})
+    routes.push_back({beyond, Records::kNothing, nullptr});
   static int module_token;
   host.SetModuleHandle(&module_token);
   g_module_instance = nullptr;
   for (const CommandRoute& route : routes) {
     SCOPED_TRACE(route.cmd);
-    const PF_Cmd reached = route.handler != nullptr ? route.cmd : -1;
+    const PF_Cmd reached = route.handler.present ? route.cmd : -1;
     g_routed = -1;
     EXPECT_EQ(PF_Err_NONE, host.Command(route.cmd));
     EXPECT_EQ(reached, g_routed);
@@ -121,7 +123,7 @@ TEST_F(Dispatch, FailuresBecomeTheTabledResultsAndTheSuitesGoBackOnce) {
 }
 
 // The build's table checks, on tables with a row out of place, repeated,
-// without its handler or missing.
+// without its handler or missing (the first command's, or the last control's).
 TEST(TableChecks, RefuseTablesWithARowWrong) {
   auto routes = kRecording;
   auto controls = std::to_array(kControls);
@@ -130,10 +132,12 @@ TEST(TableChecks, RefuseTablesWithARowWrong) {
   controls[0].index = PARAM_COLOR;
   EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
   routes = kRecording, routes[PF_Cmd_RENDER].handler = nullptr;
-  controls = std::to_array(kControls), controls[3].disk_id = controls[0].disk_id;
+  controls = std::to_array(kControls), controls.back().disk_id = controls.front().disk_id;
   EXPECT_FALSE(EachCommandOnce(routes) || InHostOrder(controls));
-  EXPECT_FALSE(EachCommandOnce(std::span(kRecording).first(18)) ||
-               InHostOrder(std::span(kControls).first(3)));
+  controls = std::to_array(kControls), controls.front().disk_id = HEADER_DISK_ID;
+  EXPECT_FALSE(InHostOrder(controls));
+  EXPECT_FALSE(EachCommandOnce(std::span(kRecording).subspan(1)) ||
+               InHostOrder(std::span(kControls).first(std::size(kControls) - 1)));
 }
 
 }  // namespace
