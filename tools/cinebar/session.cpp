@@ -278,11 +278,12 @@ void Layer::RenderWorlds() {
 }
 
 Picture Layer::Find(int width, int height, bool deep) {
+  // The worlds follow every frame's size and depth, whether its picture is known or not.
+  Fit(input_, width, height, deep, session_.pixel_aspect());
+  Fit(output_, width, height, deep, session_.pixel_aspect());
   const std::uint64_t key = std::uint64_t(width) << 32 | std::uint64_t(height) << 1 | (deep ? 1 : 0);
   for (const auto& [size, picture] : pictures_)
     if (size == key) return picture;
-  Fit(input_, width, height, deep, session_.pixel_aspect());
-  Fit(output_, width, height, deep, session_.pixel_aspect());
   // Two flat inputs: where the outputs differ, the module shows the input;
   // where both are transparent black, it clears the picture.
   std::vector<std::uint8_t> first;
