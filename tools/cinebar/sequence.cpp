@@ -17,7 +17,7 @@ namespace {
 struct Job {  // one frame in flight; its memory is reused by later frames
   std::size_t index = 0;
   Frame in, out;
-  std::string temp;
+  Temporary temp;
   ExitCode code = kExitOk;
   std::string message;
 };
@@ -73,7 +73,6 @@ PipelineResult RenderSequence(const std::vector<FramePair>& frames, Layer& layer
           free.pop_back();
           job->index = next++;
           job->code = kExitOk;
-          job->temp.clear();
           return job;
         }) & tbb::make_filter<Job*, Job*>(tbb::filter_mode::parallel, [&](Job* job) {
           const FramePair& f = frames[job->index];
@@ -92,12 +91,21 @@ PipelineResult RenderSequence(const std::vector<FramePair>& frames, Layer& layer
           return job;
         }) & tbb::make_filter<Job*, void>(tbb::filter_mode::serial_in_order, [&](Job* job) {
           const FramePair& f = frames[job->index];
+          bool lost = false;
           if (!stop && job->code == kExitOk) {
-            Guard(*job, f.in, [&] { temps.Commit(job->temp, f.out); });
-            job->temp.clear();
+            Guard(*job, f.in, [&] {
+              try {
+                temps.Commit(std::move(job->temp), f.out, settings.replace);
+              } catch (const NameTaken& e) {
+                lost = true;
+                job->message = e.what();
+              }
+            });
           }
-          if (!job->temp.empty()) temps.Remove(job->temp);
-          if (!stop && job->code == kExitInput && settings.skip_bad) {
+          temps.Discard(job->temp);
+          if (!stop && lost) {
+            result.lost.push_back(Skipped{f.out, job->message});
+          } else if (!stop && job->code == kExitInput && settings.skip_bad) {
             result.skipped.push_back(Skipped{f.in, job->message});
           } else if (!stop && job->code != kExitOk) {
             stop = true;

@@ -10,17 +10,18 @@
 #include <vector>
 
 #include "tools/cinebar/frame.h"
-#include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/frames.h"
 #include "tools/cinebar/session.h"
+#include "tools/cinebar/temporaries.h"
 
 namespace cinebar_tool {
 
 struct PipelineSettings {
   int jobs = 1;
   WriteSettings write;
-  bool skip_bad = false;             // unreadable inputs are listed and passed over
-  const PF_Pixel* opaque = nullptr;  // opaque bars of this colour (Layer::Render)
+  bool skip_bad = false;              // unreadable inputs are listed and passed over
+  const PF_Pixel* opaque = nullptr;   // opaque bars of this colour (Layer::Render)
+  Replace replace = Replace::kNever;  // outputs that exist (--overwrite)
 };
 
 struct Skipped {
@@ -29,7 +30,8 @@ struct Skipped {
 
 struct PipelineResult {
   std::vector<Skipped> skipped;
-  std::string dropped;  // chunk types not copied to some output
+  std::vector<Skipped> lost;  // outputs another program created meanwhile, left as they are
+  std::string dropped;        // chunk types not copied to some output
 };
 
 // Renders every frame through `layer`; `progress` is called after each frame

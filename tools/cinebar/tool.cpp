@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -19,12 +20,12 @@
 #include "tools/cinebar/chart.h"
 #include "tools/cinebar/controls.h"
 #include "tools/cinebar/frame.h"
-#include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/frames.h"
 #include "tools/cinebar/options.h"
 #include "tools/cinebar/property_list.h"
 #include "tools/cinebar/sequence.h"
 #include "tools/cinebar/session.h"
+#include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
@@ -148,12 +149,19 @@ int Render(const Options& options, Console& console) {
   SayWhatIsUsed(session, layer, sizes, aspect_source, console.out, console.err);
   if (options.dry_run) return kExitOk;
 
-  Temporaries temps;  // before the workers start: they inherit its blocked signals
+  std::atomic<std::size_t> finished{0};
+  // Before the workers start: they inherit its blocked signals.
+  Temporaries temps([&] {
+    console.out.flush();
+    console.err << (console.err_is_terminal ? "\r\x1b[K" : "") << "cinebar: interrupted after " << finished
+                << (finished == 1 ? " frame" : " frames") << std::endl;
+  });
   const PF_Pixel color = layer.param(session.control(kColorControl, PF_Param_COLOR).index).u.cd.value;
   PipelineSettings settings;
   settings.jobs = Jobs(options);
   settings.write.level = options.compression;
   settings.skip_bad = options.skip_bad;
+  settings.replace = options.overwrite ? Replace::kAtomically : Replace::kNever;
   settings.opaque = options.opaque_bars ? &color : nullptr;
   const auto start = std::chrono::steady_clock::now();
   const auto seconds = [&] {
@@ -161,6 +169,7 @@ int Render(const Options& options, Console& console) {
   };
   const std::size_t n = frames.size();
   const PipelineResult result = RenderSequence(frames, layer, temps, settings, [&](std::size_t done) {
+    finished = done;
     if (!console.err_is_terminal || n < 2) return;
     const double rate = done / std::max(seconds(), 1e-6);
     console.err << "\r" << done << "/" << n << " frames, " << std::fixed << std::setprecision(1) << rate
@@ -170,11 +179,17 @@ int Render(const Options& options, Console& console) {
   if (!result.dropped.empty())
     console.err << "cinebar: note: not copied to the outputs: " << result.dropped
                 << " (they would no longer be true of them)\n";
-  const std::size_t written = n - result.skipped.size();
+  const std::size_t written = n - result.skipped.size() - result.lost.size();
   console.out << "rendered " << written << (written == 1 ? " frame" : " frames") << " to " << options.out
               << " in " << std::fixed << std::setprecision(1) << seconds() << " s ("
               << written / std::max(seconds(), 1e-6) << " frames/s)\n";
   for (const Skipped& s : result.skipped) console.err << "cinebar: skipped " << s.in << ": " << s.why << "\n";
+  for (const Skipped& s : result.lost) console.err << "cinebar: " << s.why << "\n";
+  if (!result.lost.empty()) {
+    console.err << "cinebar: " << result.lost.size() << " of " << n
+                << " frames not written: their names were taken by another program\n";
+    return kExitOutput;
+  }
   if (!result.skipped.empty()) {
     console.err << "cinebar: " << result.skipped.size() << " of " << n << " frames skipped\n";
     return kExitInput;
@@ -219,7 +234,8 @@ int Demo(const Options& options, Console& console) {
   Temporaries temps;
   const WriteSettings settings;
   const auto write = [&](const std::string& path, const Frame& frame) {
-    temps.Commit(temps.Write(path, frame, settings), path);
+    temps.Commit(temps.Write(path, frame, settings), path,
+                 options.overwrite ? Replace::kAtomically : Replace::kNever);
   };
   const Frame chart = MakeTestChart(kChartWidth, kChartHeight);
   write(files[0].out, chart);
