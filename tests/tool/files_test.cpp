@@ -2,13 +2,9 @@
 // says and what it leaves for each set of inputs, outputs and options. A file
 // it cannot use or must not replace leaves every file as it was (no temporary
 // either); a sequence renders every frame under its name and stops at a bad
-// one unless told to skip it. Signals and headers that claim too much.
-#include <fcntl.h>
+// one unless told to skip it. Headers that claim too much.
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -140,29 +136,6 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"unknown_option", "in.png", "render in.png out.png --blur 3", 2, ".", "in.png",
                  "unknown option --blur"},
         FileCase{"unknown_option_first", "", "--bogus", 2, ".", "", "unknown option --bogus"}));
-
-TEST_F(ToolTest, InterruptedSequenceLeavesWholeFramesOnly) {
-  fs::create_directory("frames");
-  for (int i = 0; i < 60; ++i) WritePattern("frames/" + std::to_string(i) + ".png", 400, 300);
-  for (const int signal : {SIGINT, SIGHUP}) {
-    fs::remove_all("out");
-    const pid_t pid = fork();
-    if (pid == 0) {  // the program itself, its messages dropped, sent the signal once frames appear
-      dup2(open("/dev/null", O_WRONLY), 2);
-      execl(CINEBAR_TOOL_PATH, "cinebar", "render", "frames", "out", "--module", CINEBAR_MODULE_PATH,
-            nullptr);
-      _exit(127);
-    }
-    while (Files("out").empty() && waitpid(pid, nullptr, WNOHANG) == 0) usleep(1000);
-    kill(pid, signal);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
-    const auto left = Files("out");
-    EXPECT_LT(left.size(), 60u);
-    for (const std::string& name : left) EXPECT_NE(name[0], '.') << name;
-  }
-}
 
 }  // namespace
 }  // namespace cinebar_tool_test

@@ -66,9 +66,10 @@ Temporaries::Temporaries(std::function<void()> on_signal, bool unnamed)
     : on_signal_(std::move(on_signal)), unnamed_(unnamed) {
   sigemptyset(&signals_);
   for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&signals_, sig);
-  sigset_t blocked = signals_;
-  sigaddset(&blocked, SIGXFSZ);
-  pthread_sigmask(SIG_BLOCK, &blocked, &old_mask_);
+  pthread_sigmask(SIG_BLOCK, &signals_, &old_mask_);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGXFSZ, &ignore, &old_xfsz_);
   watcher_ = std::thread(&Temporaries::Watch, this);
 }
 
@@ -82,6 +83,7 @@ Temporaries::~Temporaries() {
   pthread_kill(watcher_.native_handle(), SIGTERM);
   watcher_.join();
   pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+  sigaction(SIGXFSZ, &old_xfsz_, nullptr);
 }
 
 void Temporaries::Watch() {

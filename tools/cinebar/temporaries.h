@@ -46,7 +46,7 @@ class NameTaken : public ToolError {
 // The temporaries of a run. While the object lives, SIGINT, SIGTERM, SIGHUP
 // and SIGQUIT are taken by a watcher thread that removes every hidden
 // temporary and then ends the process with the same signal, and SIGXFSZ is
-// blocked so that a file-size limit fails the write instead of killing the
+// ignored so that a file-size limit fails the write instead of killing the
 // process. Unnamed files need none of it: a process killed any way leaves
 // nothing behind.
 class Temporaries {
@@ -76,6 +76,7 @@ class Temporaries {
   std::set<std::string> live_;  // hidden temporaries
   bool ending_ = false;
   sigset_t signals_{}, old_mask_{};
+  struct sigaction old_xfsz_ {};
   std::thread watcher_;
 };
 
