@@ -135,7 +135,20 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"preset_ambiguous", "in.png", "render in.png o.png --preset a", 2, ".", "in.png"},
         FileCase{"unknown_option", "in.png", "render in.png out.png --blur 3", 2, ".", "in.png",
                  "unknown option --blur"},
-        FileCase{"unknown_option_first", "", "--bogus", 2, ".", "", "unknown option --bogus"}));
+        FileCase{"unknown_option_first", "", "--bogus", 2, ".", "", "unknown option --bogus"},
+        FileCase{"unknown_command", "", "bogus", 2, ".", "", "unknown command bogus"},
+        FileCase{"jobs_not_a_number", "in.png", "render in.png o.png --jobs abc", 2, ".", "in.png",
+                 "\"abc\" is not a whole number from 1 to 1024"},
+        FileCase{"preset_by_decimals", "in.png", "render in.png o.png --preset 1.78 --dry-run", 0, ".",
+                 "in.png", "preset 16:9"},
+        FileCase{"preset_by_fraction", "in.png", "render in.png o.png --preset 16/9 --dry-run", 0, ".",
+                 "in.png", "preset 16:9"},
+        FileCase{"preset_by_width_height", "in.png", "render in.png o.png --preset 2.35:1 --dry-run", 0, ".",
+                 "in.png", "preset 2.35:1"},
+        FileCase{"preset_number_in_two_names", "in.png", "render in.png o.png --preset 16", 2, ".", "in.png",
+                 "ambiguous preset \"16\": 1.66:1 (Super 16), 16:9"},
+        FileCase{"pixel_aspect_with_colon", "in.png", "render in.png o.png --pixel-aspect 2:1 --dry-run", 0,
+                 ".", "in.png", "pixel aspect 2/1 (--pixel-aspect)"}));
 
 }  // namespace
 }  // namespace cinebar_tool_test

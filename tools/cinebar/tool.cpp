@@ -360,7 +360,8 @@ int RunTool(const std::vector<std::string>& args, Console& console) {
     const Options options = ParseCommandLine(args);
     if (options.command == "help" || options.command == "version") {
       console.out << options.text << "\n";
-      if (options.command == "help") Presets(options, console);
+      if (options.command == "help" && (options.help_topic.empty() || options.help_topic == "render"))
+        Presets(options, console);
       return kExitOk;
     }
     if (options.command == "render") return Render(options, console);
