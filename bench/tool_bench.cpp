@@ -10,6 +10,7 @@
 #include <string>
 
 #include "tools/cinebar/chart.h"
+#include "tools/cinebar/layer.h"
 #include "tools/cinebar/session.h"
 #include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/tool.h"

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cinebar/layer.h"
 #include "tools/cinebar/options.h"
 #include "tools/cinebar/session.h"
 

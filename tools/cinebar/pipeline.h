@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "tools/cinebar/frame.h"
-#include "tools/cinebar/frames.h"
+#include "tools/cinebar/layer.h"
+#include "tools/cinebar/plan.h"
 #include "tools/cinebar/session.h"
 #include "tools/cinebar/temporaries.h"
 

@@ -1,4 +1,4 @@
-#include "tools/cinebar/sequence.h"
+#include "tools/cinebar/pipeline.h"
 
 #include <tbb/global_control.h>
 #include <tbb/parallel_pipeline.h>

@@ -1,4 +1,4 @@
-#include "tools/cinebar/frames.h"
+#include "tools/cinebar/plan.h"
 
 #include <sys/stat.h>
 
