@@ -106,12 +106,9 @@ PipelineResult RenderSequence(const std::vector<FramePair>& frames, Layer& layer
             failure.message = job->message;
             failed = &failure;
           } else if (!stop) {
-            for (std::size_t at = 0; at < job->out.dropped.size();) {
-              const std::string type = job->out.dropped.substr(at, 4);
+            for (const std::string& type : job->out.dropped)
               if (result.dropped.find(type) == std::string::npos)
                 result.dropped += (result.dropped.empty() ? "" : " ") + type;
-              at += 5;
-            }
             progress(++done);
           }
           std::lock_guard<std::mutex> lock(free_mutex);
