@@ -32,35 +32,41 @@ Pass PassOf(const PngLayout& png, int p) {
   return pass;
 }
 
-// Undoes one row's filter in place, `prev` the unfiltered row above or null.
-bool UnfilterRow(int filter, std::uint8_t* x, const std::uint8_t* prev, std::size_t stride, std::size_t bpp) {
+// Undoes one row's filter from `in` into `x`, which is `in` or lies before it
+// (each byte is written after the bytes at and below its source are read);
+// `prev` is the unfiltered row above, or null.
+bool UnfilterRow(int filter, const std::uint8_t* in, std::uint8_t* x, const std::uint8_t* prev,
+                 std::size_t stride, std::size_t bpp) {
   if (prev == nullptr && filter >= 2 && filter <= 4)
     filter += 4;  // no row above: Up, Average, Paeth as 6, 7, 8
+  const std::size_t head = std::min(bpp, stride);
   switch (filter) {
     case 0:
     case 6:
+      if (x != in) std::memmove(x, in, stride);
       return true;
     case 1:
     case 8:  // Paeth with nothing above takes the left byte
-      for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp]);
+      for (std::size_t i = 0; i < head; ++i) x[i] = in[i];
+      for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(in[i] + x[i - bpp]);
       return true;
     case 2:
-      for (std::size_t i = 0; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + prev[i]);
+      for (std::size_t i = 0; i < stride; ++i) x[i] = static_cast<std::uint8_t>(in[i] + prev[i]);
       return true;
     case 3:
-      for (std::size_t i = 0; i < bpp && i < stride; ++i)
-        x[i] = static_cast<std::uint8_t>(x[i] + prev[i] / 2);
+      for (std::size_t i = 0; i < head; ++i) x[i] = static_cast<std::uint8_t>(in[i] + prev[i] / 2);
       for (std::size_t i = bpp; i < stride; ++i)
-        x[i] = static_cast<std::uint8_t>(x[i] + (x[i - bpp] + prev[i]) / 2);
+        x[i] = static_cast<std::uint8_t>(in[i] + (x[i - bpp] + prev[i]) / 2);
       return true;
     case 7:
-      for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(x[i] + x[i - bpp] / 2);
+      for (std::size_t i = 0; i < head; ++i) x[i] = in[i];
+      for (std::size_t i = bpp; i < stride; ++i) x[i] = static_cast<std::uint8_t>(in[i] + x[i - bpp] / 2);
       return true;
     case 4:
       for (std::size_t i = 0; i < stride; ++i) {
         const int a = i >= bpp ? x[i - bpp] : 0, b = prev[i], c = i >= bpp ? prev[i - bpp] : 0;
         const int pa = std::abs(b - c), pb = std::abs(a - c), pc = std::abs(a + b - 2 * c);
-        x[i] = static_cast<std::uint8_t>(x[i] + (pa <= pb && pa <= pc ? a : pb <= pc ? b : c));
+        x[i] = static_cast<std::uint8_t>(in[i] + (pa <= pb && pa <= pc ? a : pb <= pc ? b : c));
       }
       return true;
     default:
@@ -82,9 +88,9 @@ void Inflate(const std::string& compressed, std::uint8_t* out, std::size_t size,
 }
 
 // Rows of whole-byte samples as the frame holds them: inflated into the
-// frame's memory, each row unfiltered where it landed and moved down over the
-// filter bytes before it (row y's bytes start y bytes later, so nothing
-// unread is overwritten).
+// frame's memory, each row unfiltered from where it landed down over the
+// filter bytes before it (row y's bytes land y + 1 bytes after their place,
+// so nothing unread is overwritten).
 void DecodeInPlace(const std::string& compressed, Frame& frame, const ChunkStream& input) {
   const std::size_t stride = frame.stride(), rows = frame.height;
   frame.samples.resize(rows * (stride + 1));
@@ -92,10 +98,10 @@ void DecodeInPlace(const std::string& compressed, Frame& frame, const ChunkStrea
   std::uint8_t* base = frame.samples.data();
   const std::size_t bpp = frame.pixel_bytes();
   for (std::size_t y = 0; y < rows; ++y) {
-    std::uint8_t* raw = base + y * (stride + 1);
-    if (!UnfilterRow(raw[0], raw + 1, y == 0 ? nullptr : base + (y - 1) * stride, stride, bpp))
+    const std::uint8_t* raw = base + y * (stride + 1);
+    if (!UnfilterRow(raw[0], raw + 1, base + y * stride, y == 0 ? nullptr : base + (y - 1) * stride, stride,
+                     bpp))
       input.Refuse("its image data has an unknown row filter");
-    std::memmove(base + y * stride, raw + 1, stride);
   }
   frame.samples.resize(rows * stride);
 }
@@ -157,7 +163,7 @@ void DecodeExpanding(const PngLayout& png, const std::string& compressed, Frame&
     const Pass pass = PassOf(png, p);
     for (std::size_t j = 0; j < pass.height && pass.width > 0; ++j, data += pass.stride + 1) {
       const std::uint8_t* prev = j == 0 ? nullptr : data - pass.stride;
-      if (!UnfilterRow(data[0], data + 1, prev, pass.stride, bpp))
+      if (!UnfilterRow(data[0], data + 1, data + 1, prev, pass.stride, bpp))
         input.Refuse("its image data has an unknown row filter");
       const int y = png.interlaced ? kY0[p] + static_cast<int>(j) * kDy[p] : static_cast<int>(j);
       for (std::size_t i = 0; i < pass.width; ++i) {
