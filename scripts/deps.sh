@@ -16,8 +16,9 @@ CINEBAR_PACKAGES=(
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
 # The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against
-# ffmpeg, on frames it makes from the photographs of MATE's wallpapers.
-CINEBAR_BENCH_PACKAGES=(ffmpeg mate-backgrounds)
+# ffmpeg, on frames it makes from the photographs of MATE's wallpapers; GNU
+# time gives the peak memory of each run (bench/vs_ffmpeg.sh, bench/memory.sh).
+CINEBAR_BENCH_PACKAGES=(ffmpeg mate-backgrounds time)
 
 # Prints the packages named (default: CINEBAR_PACKAGES) that are not installed.
 cinebar_missing_packages() {

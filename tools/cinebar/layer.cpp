@@ -227,15 +227,7 @@ void Layer::Render(const Frame& in, Frame& out, const PF_Pixel* opaque) {
   const bool color = in.color() || (!whole && (bar[0] != bar[1] || bar[1] != bar[2]));
   const bool alpha = in.alpha() || (!whole && bar[3] != full) || (!pic.image && !pic.empty());
   out.Resize(in.width, in.height, (color ? 3 : 1) + (alpha ? 1 : 0), deep);
-  out.chunks.clear();
-  out.dropped = in.dropped;
-  for (const Chunk& chunk : in.chunks) {
-    if (chunk.type == "bKGD" && color != in.color()) {  // its form follows the colour type
-      out.dropped += (out.dropped.empty() ? "" : " ") + chunk.type;
-    } else {
-      out.chunks.push_back(chunk);
-    }
-  }
+  CarryChunks(in, out);
   const std::size_t ob = out.pixel_bytes(), ib = in.pixel_bytes();
   std::uint16_t rgba[4];
   for (int y = 0; y < in.height; ++y) {

@@ -12,7 +12,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <sstream>
 
 #include "tools/cinebar/tool_error.h"
 
@@ -163,8 +162,7 @@ void Pipeline::Settle(Job& job) {
     failure_.message = job.message;
     failed_ = true;
   } else {
-    std::istringstream types(job.out.dropped);
-    for (std::string type; types >> type;)
+    for (const std::string& type : job.out.dropped)
       if (std::find(result_.dropped.begin(), result_.dropped.end(), type) == result_.dropped.end())
         result_.dropped.push_back(type);
     progress_(++result_.written);

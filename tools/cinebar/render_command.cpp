@@ -15,8 +15,8 @@
 #include "tools/cinebar/layer.h"
 #include "tools/cinebar/pipeline.h"
 #include "tools/cinebar/plan.h"
+#include "tools/cinebar/png/png_reader.h"
 #include "tools/cinebar/session.h"
-#include "tools/cinebar/stream_reader.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
@@ -67,7 +67,7 @@ Probe ProbeStage(const Options& options, const Plan& plan, std::FILE* stream) {
   Probe probe;
   if (plan.stream_in) {
     probe.first_name = "frame 1 of standard input";
-    if (!ReadStreamFrame(stream, probe.first_name, probe.first))
+    if (!ReadPng(stream, probe.first_name, probe.first))
       throw ToolError(kExitInput, "no frames on standard input");
     probe.sizes.push_back(probe.first);
     return probe;
@@ -258,7 +258,7 @@ int RenderCommand(const Options& options, const std::string& module_path, Consol
   if (plan.stream_in) {
     settings.in = console.in;
     settings.read = [&](std::FILE* in, const std::string& name, Frame& frame) {
-      if (first_taken) return ReadStreamFrame(in, name, frame);
+      if (first_taken) return ReadPng(in, name, frame);
       first_taken = true;  // the probe read the first frame already
       frame = std::move(probe.first);
       return true;
