@@ -156,106 +156,138 @@ void Source(const Frame& in, const std::uint8_t* p, std::uint16_t* rgba) {
 
 }  // namespace
 
-void Layer::RenderWorlds() {
-  std::swap(instance_->input(), *input_);
-  const PF_Err err = session_.host().Render(*instance_, *output_);
-  std::swap(instance_->input(), *input_);
+void Layer::RenderWorlds(Worlds& worlds) {
+  std::swap(instance_->input(), *worlds.input);
+  const PF_Err err = session_.host().Render(*instance_, *worlds.output);
+  std::swap(instance_->input(), *worlds.input);
   Require(session_.host(), "render", err);
 }
 
-Picture Layer::Find(int width, int height, bool deep) {
+namespace {
+
+// The smallest rectangle of the world's pixels equal to `pixel`.
+Picture BoundsOf(World& world, const std::uint8_t* pixel, std::size_t size) {
+  Picture box{world.width(), world.height(), 0, 0, true};
+  for (int y = 0; y < world.height(); ++y) {
+    const std::uint8_t* p = Row(world, y);
+    for (int x = 0; x < world.width(); ++x, p += size) {
+      if (std::memcmp(p, pixel, size) != 0) continue;
+      box.left = std::min(box.left, x), box.top = std::min(box.top, y);
+      box.right = std::max(box.right, x + 1), box.bottom = std::max(box.bottom, y + 1);
+    }
+  }
+  return box;
+}
+
+Picture Intersection(const Picture& a, const Picture& b, bool image) {
+  return Picture{std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right),
+                 std::min(a.bottom, b.bottom), image};
+}
+
+}  // namespace
+
+Picture Layer::Find(int width, int height, bool deep, Worlds& worlds) {
   // The worlds follow every frame's size and depth, whether its picture is known or not.
-  Fit(input_, width, height, deep, session_.pixel_aspect());
-  Fit(output_, width, height, deep, session_.pixel_aspect());
+  Fit(worlds.input, width, height, deep, session_.pixel_aspect());
+  Fit(worlds.output, width, height, deep, session_.pixel_aspect());
   const std::uint64_t key = std::uint64_t(width) << 32 | std::uint64_t(height) << 1 | (deep ? 1 : 0);
   for (const auto& [size, picture] : pictures_)
     if (size == key) return picture;
-  // Two flat inputs: where the outputs differ, the module shows the input;
-  // where both are transparent black, it clears the picture.
-  std::vector<std::uint8_t> first;
+  // Two flat inputs: the module shows the input where the output is each
+  // input's value, and clears the picture where both outputs are transparent
+  // black. A bar (one colour) takes at most one of the values, so the
+  // intersection of the two bounds is the picture.
   const std::size_t pixel = deep ? 8 : 4, bytes = static_cast<std::size_t>(width) * pixel;
-  for (const std::uint8_t value : {0x11, 0x22}) {
-    for (int y = 0; y < height; ++y) std::memset(Row(*input_, y), value, bytes);
-    RenderWorlds();
-    if (!first.empty()) break;
-    for (int y = 0; y < height; ++y) first.insert(first.end(), Row(*output_, y), Row(*output_, y) + bytes);
+  const std::uint8_t clear[8] = {};
+  Picture shown[2], cleared[2];
+  for (int probe = 0; probe < 2; ++probe) {
+    const std::uint8_t value = probe == 0 ? 0x11 : 0x22;
+    for (int y = 0; y < height; ++y) std::memset(Row(*worlds.input, y), value, bytes);
+    RenderWorlds(worlds);
+    std::uint8_t flat[8];
+    std::memset(flat, value, sizeof flat);
+    shown[probe] = BoundsOf(*worlds.output, flat, pixel);
+    cleared[probe] = BoundsOf(*worlds.output, clear, pixel);
   }
-  Picture picture{width, height, 0, 0, false};
-  const std::vector<std::uint8_t> clear(pixel, 0);
-  for (int pass = 0; pass < 2 && picture.empty(); ++pass) {
-    picture.image = pass == 0;
-    for (int y = 0; y < height; ++y) {
-      const std::uint8_t* a = first.data() + bytes * static_cast<std::size_t>(y);
-      const std::uint8_t* b = Row(*output_, y);
-      for (int x = 0; x < width; ++x, a += pixel, b += pixel) {
-        const bool inside =
-            pass == 0 ? std::memcmp(a, b, pixel) != 0
-                      : std::memcmp(a, clear.data(), pixel) == 0 && std::memcmp(b, clear.data(), pixel) == 0;
-        if (!inside) continue;
-        picture.left = std::min(picture.left, x);
-        picture.top = std::min(picture.top, y);
-        picture.right = std::max(picture.right, x + 1);
-        picture.bottom = std::max(picture.bottom, y + 1);
-      }
-    }
-  }
+  Picture picture = Intersection(shown[0], shown[1], true);
+  if (picture.empty()) picture = Intersection(cleared[0], cleared[1], false);
   if (picture.empty()) picture = Picture{width / 2, 0, width / 2, height, false};
   pictures_.emplace_back(key, picture);
   return picture;
 }
 
-void Layer::Render(const Frame& in, Frame& out, const PF_Pixel* opaque) {
-  const Picture pic = Find(in.width, in.height, in.deep);
+Rendered Layer::Render(const Frame& in, Worlds& worlds, const PF_Pixel* opaque) {
+  Rendered r;
+  r.picture = Find(in.width, in.height, in.deep, worlds);
+  const Picture& pic = r.picture;
   if (in.deep) {
-    ToWorld<true>(in, *input_);
+    ToWorld<true>(in, *worlds.input);
   } else {
-    ToWorld<false>(in, *input_);
+    ToWorld<false>(in, *worlds.input);
   }
-  RenderWorlds();
-  const bool deep = in.deep;
-  const std::uint16_t full = deep ? 65535 : 255;
+  RenderWorlds(worlds);
+  r.deep = in.deep;
+  const std::uint16_t full = in.deep ? 65535 : 255;
   const bool whole = pic.left == 0 && pic.top == 0 && pic.right == in.width && pic.bottom == in.height;
-  std::uint16_t bar[4] = {0, 0, 0, full};
+  r.bar[3] = full;
+  r.opaque = opaque != nullptr;
   if (opaque != nullptr) {
-    const int scale = deep ? 257 : 1;
+    const int scale = in.deep ? 257 : 1;
     for (const auto& [c, v] : {std::pair{0, opaque->red}, {1, opaque->green}, {2, opaque->blue}})
-      bar[c] = static_cast<std::uint16_t>(v * scale);
+      r.bar[c] = static_cast<std::uint16_t>(v * scale);
   } else if (!whole) {  // a corner in a bar
     const bool first = pic.empty() || pic.left > 0 || pic.top > 0;
-    Take(Row(*output_, first ? 0 : in.height - 1), first ? 0 : in.width - 1, deep, bar);
+    Take(Row(*worlds.output, first ? 0 : in.height - 1), first ? 0 : in.width - 1, in.deep, r.bar);
   }
-  const bool color = in.color() || (!whole && (bar[0] != bar[1] || bar[1] != bar[2]));
-  const bool alpha = in.alpha() || (!whole && bar[3] != full) || (!pic.image && !pic.empty());
-  out.Resize(in.width, in.height, (color ? 3 : 1) + (alpha ? 1 : 0), deep);
-  CarryChunks(in, out);
-  const std::size_t ob = out.pixel_bytes(), ib = in.pixel_bytes();
+  const bool color = in.color() || (!whole && (r.bar[0] != r.bar[1] || r.bar[1] != r.bar[2]));
+  const bool alpha = in.alpha() || (!whole && r.bar[3] != full) || (!pic.image && !pic.empty());
+  r.channels = (color ? 3 : 1) + (alpha ? 1 : 0);
+  r.dropped = in.dropped;
+  r.chunks = CarryChunks(in.chunks, in.form(), "", FrameForm(r.channels, in.deep), r.dropped);
+  return r;
+}
+
+// Right to left: `row` may lie over the input's own row at the same or a
+// later address (the writer's buffer), so each pixel is read before any
+// write reaches it.
+void ComposeRow(const Frame& in, const Worlds& worlds, const Rendered& r, int y, std::uint8_t* row) {
+  const Picture& pic = r.picture;
+  const bool deep = in.deep;
+  const std::size_t ob = static_cast<std::size_t>(r.channels) * (deep ? 2 : 1), ib = in.pixel_bytes();
+  const std::uint8_t* world = Row(*worlds.output, y);
+  const std::uint8_t* source = in.row(y);
+  const bool rows = y >= pic.top && y < pic.bottom;
+  const int left = rows ? pic.left : in.width, right = rows ? pic.right : in.width;
   std::uint16_t rgba[4];
-  for (int y = 0; y < in.height; ++y) {
-    std::uint8_t* o = out.row(y);
-    const std::uint8_t* world = Row(*output_, y);
-    const std::uint8_t* source = in.row(y);
-    const bool rows = y >= pic.top && y < pic.bottom;
-    const int left = rows ? pic.left : in.width, right = rows ? pic.right : in.width;
-    for (const auto& [from, to] : {std::pair{0, left}, {right, in.width}}) {
-      for (int x = from; x < to; ++x) {
-        if (opaque == nullptr) Take(world, x, deep, rgba);
-        Put(o + static_cast<std::size_t>(x) * ob, opaque != nullptr ? bar : rgba, out.channels, deep);
-      }
+  const auto bars = [&](int from, int to) {
+    for (int x = to - 1; x >= from; --x) {
+      if (!r.opaque) Take(world, x, deep, rgba);
+      Put(row + static_cast<std::size_t>(x) * ob, r.opaque ? r.bar : rgba, r.channels, deep);
     }
-    if (pic.image && out.channels == in.channels) {
-      std::memcpy(o + static_cast<std::size_t>(left) * ob, source + static_cast<std::size_t>(left) * ib,
-                  static_cast<std::size_t>(right - left) * ob);
-      continue;
-    }
-    for (int x = left; x < right; ++x) {
+  };
+  bars(right, in.width);
+  if (pic.image && r.channels == in.channels) {
+    std::memmove(row + static_cast<std::size_t>(left) * ob, source + static_cast<std::size_t>(left) * ib,
+                 static_cast<std::size_t>(right - left) * ob);
+  } else {
+    for (int x = right - 1; x >= left; --x) {
       if (pic.image) {
         Source(in, source + static_cast<std::size_t>(x) * ib, rgba);
       } else {
         Take(world, x, deep, rgba);
       }
-      Put(o + static_cast<std::size_t>(x) * ob, rgba, out.channels, deep);
+      Put(row + static_cast<std::size_t>(x) * ob, rgba, r.channels, deep);
     }
   }
+  bars(0, left);
+}
+
+void Layer::Render(const Frame& in, Frame& out, const PF_Pixel* opaque) {
+  Rendered r = Render(in, worlds_, opaque);
+  out.Resize(in.width, in.height, r.channels, in.deep);
+  out.chunks = std::move(r.chunks);
+  out.dropped = std::move(r.dropped);
+  for (int y = 0; y < in.height; ++y) ComposeRow(in, worlds_, r, y, out.row(y));
 }
 
 }  // namespace cinebar_tool

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -31,11 +32,33 @@ struct Picture {
   bool empty() const { return right <= left || bottom <= top; }
 };
 
+// A frame's two host worlds, fitted to each frame's size and depth in turn.
+struct Worlds {
+  std::unique_ptr<cinebar_simhost::World> input, output;
+};
+
+// One frame rendered: where the picture is, the output's form and chunks.
+// Its rows (ComposeRow) are the input's picture and the output world's bars.
+struct Rendered {
+  Picture picture;
+  bool opaque = false;        // bars of `bar` rather than the world's
+  std::uint16_t bar[4] = {};  // RGBA in file units
+  int channels = 3;           // of the output
+  bool deep = false;
+  std::vector<Chunk> chunks;  // true of the output
+  std::vector<std::string> dropped;
+};
+
+// Row y of the output, `rendered.channels` samples a pixel, from the input
+// and the output world of its render.
+void ComposeRow(const Frame& in, const Worlds& worlds, const Rendered& rendered, int y, std::uint8_t* row);
+
 // The effect applied to one layer, and the render stage of the tool: a frame
-// goes into the host's world, through the module's render and back into a
-// frame. The host's 16-bit worlds hold 0..32768, fewer codes than a 16-bit
-// file; so the picture is taken from the input frame itself, where the module
-// shows it, and only the bars from the world. One render at a time.
+// goes into the host's input world, through the module's render, and its
+// rows are composed from the output world. The host's 16-bit worlds hold
+// 0..32768, fewer codes than a 16-bit file; so the picture is taken from the
+// input frame itself, where the module shows it, and only the bars from the
+// world. One render at a time.
 class Layer {
  public:
   explicit Layer(Session& session);  // sequence setup
@@ -46,17 +69,20 @@ class Layer {
   void Change(const Edit& edit);
   // The host's current value of a parameter.
   const PF_ParamDef& param(A_long index) const { return instance_->param(index); }
-  // Found by rendering two flat frames of this size; kept per size.
-  Picture Find(int width, int height, bool deep);
-  // Renders `in` into `out`. With `opaque`, bars are that colour at full
+  // Found by rendering two flat frames of this size in `worlds`; kept per size.
+  Picture Find(int width, int height, bool deep, Worlds& worlds);
+  Picture Find(int width, int height, bool deep) { return Find(width, height, deep, worlds_); }
+  // Renders `in` in `worlds`. With `opaque`, bars are that colour at full
   // scale (0x10 -> 0x1010) and opacity instead of what the module painted.
+  Rendered Render(const Frame& in, Worlds& worlds, const PF_Pixel* opaque);
+  // The same, composed into `out`.
   void Render(const Frame& in, Frame& out, const PF_Pixel* opaque);
 
  private:
-  void RenderWorlds();
+  void RenderWorlds(Worlds& worlds);
   Session& session_;
   cinebar_simhost::Instance* instance_ = nullptr;
-  std::unique_ptr<cinebar_simhost::World> input_, output_;
+  Worlds worlds_;  // the composing Render's
   std::vector<std::pair<std::uint64_t, Picture>> pictures_;
 };
 

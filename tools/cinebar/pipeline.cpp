@@ -13,6 +13,7 @@
 #include <mutex>
 #include <new>
 
+#include "tools/cinebar/png/png_writer.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
@@ -21,7 +22,9 @@ namespace {
 struct Job {  // one frame in flight; its memory is reused by later frames
   std::size_t index = 0;
   FramePair names;
-  Frame in, out;
+  Frame in;  // also the writer's buffer: the output's rows are made over it
+  Worlds worlds;
+  Rendered rendered;
   Temporary temp;
   std::string encoded;  // for an output stream
   ExitCode code = kExitOk;
@@ -50,17 +53,26 @@ void Guard(Job& job, Stage stage) {
   }
 }
 
-// The frame as PNG bytes in memory.
-void Encode(const Frame& frame, const WriteSettings& settings, std::string& bytes) {
+// Writes the rendered frame as a PNG, its rows composed over the input's memory.
+std::string WriteRendered(std::FILE* file, Job& job, const WriteSettings& settings) {
+  const Rendered& r = job.rendered;
+  const PngImage image{job.in.width, job.in.height, r.channels, r.deep, &r.chunks};
+  return WritePng(
+      file, image, [&](int y, std::uint8_t* row) { ComposeRow(job.in, job.worlds, r, y, row); }, settings,
+      &job.in.samples);
+}
+
+// The rendered frame as PNG bytes in memory.
+void Encode(Job& job, const WriteSettings& settings) {
   char* buffer = nullptr;
   std::size_t size = 0;
   std::FILE* memory = open_memstream(&buffer, &size);
   if (memory == nullptr) throw std::bad_alloc();
-  const std::string why = WriteFrame(memory, frame, settings);
+  const std::string why = WriteRendered(memory, job, settings);
   const bool closed = std::fclose(memory) == 0;
-  if (closed) bytes.assign(buffer, size);
+  if (closed) job.encoded.assign(buffer, size);
   std::free(buffer);
-  if (!why.empty() || !closed) throw ToolError(kExitOutput, "cannot encode a frame: " + why);
+  if (!why.empty() || !closed) throw ToolError(kExitOutput, "cannot encode " + job.names.in + ": " + why);
 }
 
 class Pipeline {
@@ -131,9 +143,10 @@ void Pipeline::Encode(Job& job) {
   Guard(job, [&] {
     if (stop_) return;
     if (settings_.out != nullptr) {
-      cinebar_tool::Encode(job.out, settings_.write, job.encoded);
+      cinebar_tool::Encode(job, settings_.write);
     } else {
-      job.temp = temps_.Write(job.names.out, job.out, settings_.write);
+      job.temp = temps_.Write(job.names.out,
+                              [&](std::FILE* file) { return WriteRendered(file, job, settings_.write); });
     }
   });
 }
@@ -162,7 +175,7 @@ void Pipeline::Settle(Job& job) {
     failure_.message = job.message;
     failed_ = true;
   } else {
-    for (const std::string& type : job.out.dropped)
+    for (const std::string& type : job.rendered.dropped)
       if (std::find(result_.dropped.begin(), result_.dropped.end(), type) == result_.dropped.end())
         result_.dropped.push_back(type);
     progress_(++result_.written);
@@ -184,7 +197,7 @@ PipelineResult Pipeline::Run() {
                   return Read(*job), job;
                 }) & tbb::make_filter<Job*, Job*>(filter_mode::serial_out_of_order, [&](Job* job) {
                   Guard(*job, [&] {
-                    if (!stop_) layer_.Render(job->in, job->out, settings_.opaque);
+                    if (!stop_) job->rendered = layer_.Render(job->in, job->worlds, settings_.opaque);
                   });
                   return job;
                 }) & tbb::make_filter<Job*, Job*>(filter_mode::parallel, [&](Job* job) {

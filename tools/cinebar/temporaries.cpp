@@ -112,6 +112,10 @@ Temporary Temporaries::Hidden(const std::string& folder, const std::string& path
 }
 
 Temporary Temporaries::Write(const std::string& path, const Frame& frame, const WriteSettings& settings) {
+  return Write(path, [&](std::FILE* file) { return WriteFrame(file, frame, settings); });
+}
+
+Temporary Temporaries::Write(const std::string& path, const std::function<std::string(std::FILE*)>& write) {
   const std::string folder = FolderOf(path);
   Temporary temporary;
   if (unnamed_) temporary.fd_ = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
@@ -124,7 +128,7 @@ Temporary Temporaries::Write(const std::string& path, const Frame& frame, const 
   std::FILE* file = copy >= 0 ? fdopen(copy, "wb") : nullptr;
   std::string why = file == nullptr ? std::strerror(errno) : "";
   if (file != nullptr) {
-    why = WriteFrame(file, frame, settings);
+    why = write(file);
     if ((std::fflush(file) != 0 || std::ferror(file)) && why.empty()) why = std::strerror(errno);
     if (std::fclose(file) != 0 && why.empty()) why = std::strerror(errno);
   } else if (copy >= 0) {

@@ -7,6 +7,7 @@
 
 #include <signal.h>
 
+#include <cstdio>
 #include <functional>
 #include <mutex>
 #include <set>
@@ -61,6 +62,8 @@ class Temporaries {
 
   // Writes and syncs the frame in `path`'s folder. Throws ToolError(kExitOutput).
   Temporary Write(const std::string& path, const Frame& frame, const WriteSettings& settings);
+  // The same with a writer of the file's bytes, which returns "" or the reason of a failure.
+  Temporary Write(const std::string& path, const std::function<std::string(std::FILE*)>& write);
   // Gives the frame its name. With Replace::kNever a name that exists stays
   // as it is and NameTaken (kExitOutput) says so.
   void Commit(Temporary temporary, const std::string& path, Replace replace);
