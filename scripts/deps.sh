@@ -9,6 +9,7 @@ CINEBAR_PACKAGES=(
   libdeflate-dev pkg-config                             # the tool's PNG image data (inflate, deflate)
   libcli11-dev libtbb-dev                               # the tool's command line and frame pipeline
   libpng-dev                                            # tool tests: an independent PNG writer and reader
+  ffmpeg mate-backgrounds                               # tool tests: a video through pipes, a folder of photographs
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
   nsis zip unzip osslsigncode openssl                   # packaging and signing
   wixl python3 python3-olefile                          # the MSI package
