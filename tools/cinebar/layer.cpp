@@ -165,18 +165,32 @@ void Layer::RenderWorlds(Worlds& worlds) {
 
 namespace {
 
-// The smallest rectangle of the world's pixels equal to `pixel`.
-Picture BoundsOf(World& world, const std::uint8_t* pixel, std::size_t size) {
-  Picture box{world.width(), world.height(), 0, 0, true};
+template <typename Pixel>
+Pixel At(const std::uint8_t* row, int x) {
+  Pixel p;
+  std::memcpy(&p, row + static_cast<std::size_t>(x) * sizeof p, sizeof p);
+  return p;
+}
+
+// The smallest rectangles of the world's pixels equal to `value` and to
+// transparent black (0), one pass over it: each row is scanned from the
+// left and from the right only as far as the first pixel of each kind.
+template <typename Pixel>
+void Bounds(World& world, Pixel value, Picture& shown, Picture& cleared) {
+  const int width = world.width();
+  shown = cleared = Picture{width, world.height(), 0, 0, true};
   for (int y = 0; y < world.height(); ++y) {
-    const std::uint8_t* p = Row(world, y);
-    for (int x = 0; x < world.width(); ++x, p += size) {
-      if (std::memcmp(p, pixel, size) != 0) continue;
-      box.left = std::min(box.left, x), box.top = std::min(box.top, y);
-      box.right = std::max(box.right, x + 1), box.bottom = std::max(box.bottom, y + 1);
+    const std::uint8_t* row = Row(world, y);
+    for (const auto& [box, wanted] : {std::pair<Picture*, Pixel>{&shown, value}, {&cleared, Pixel{0}}}) {
+      int left = 0;
+      while (left < width && At<Pixel>(row, left) != wanted) ++left;
+      if (left == width) continue;
+      int right = width;
+      while (At<Pixel>(row, right - 1) != wanted) --right;
+      box->left = std::min(box->left, left), box->right = std::max(box->right, right);
+      box->top = std::min(box->top, y), box->bottom = std::max(box->bottom, y + 1);
     }
   }
-  return box;
 }
 
 Picture Intersection(const Picture& a, const Picture& b, bool image) {
@@ -197,17 +211,17 @@ Picture Layer::Find(int width, int height, bool deep, Worlds& worlds) {
   // input's value, and clears the picture where both outputs are transparent
   // black. A bar (one colour) takes at most one of the values, so the
   // intersection of the two bounds is the picture.
-  const std::size_t pixel = deep ? 8 : 4, bytes = static_cast<std::size_t>(width) * pixel;
-  const std::uint8_t clear[8] = {};
+  const std::size_t bytes = static_cast<std::size_t>(width) * (deep ? 8 : 4);
   Picture shown[2], cleared[2];
   for (int probe = 0; probe < 2; ++probe) {
     const std::uint8_t value = probe == 0 ? 0x11 : 0x22;
     for (int y = 0; y < height; ++y) std::memset(Row(*worlds.input, y), value, bytes);
     RenderWorlds(worlds);
-    std::uint8_t flat[8];
-    std::memset(flat, value, sizeof flat);
-    shown[probe] = BoundsOf(*worlds.output, flat, pixel);
-    cleared[probe] = BoundsOf(*worlds.output, clear, pixel);
+    if (deep) {
+      Bounds<std::uint64_t>(*worlds.output, 0x0101010101010101u * value, shown[probe], cleared[probe]);
+    } else {
+      Bounds<std::uint32_t>(*worlds.output, 0x01010101u * value, shown[probe], cleared[probe]);
+    }
   }
   Picture picture = Intersection(shown[0], shown[1], true);
   if (picture.empty()) picture = Intersection(cleared[0], cleared[1], false);
