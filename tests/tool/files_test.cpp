@@ -142,6 +142,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "it is an input"},
         FileCase{"no_gaps_for_a_folder", "in/ in/a.png", "render in out --no-gaps", 2, ".", "in",
                  "--no-gaps needs a numbered pattern"},
+        FileCase{"output_folder_is_a_file", "in.png notdir", "render in.png notdir/out.png --dry-run", 5, ".",
+                 "in.png notdir", "notdir is not a folder"},
         FileCase{"failed_run_leaves_no_new_folder", "in/ in/a_adler.png", "render in new/deep", 3, ".", "in"},
         FileCase{"stream_in_into_one_file", "", "render - out.png", 2, ".", "", "OUT is - or a pattern"},
         FileCase{"jobs_not_a_number", "in.png", "render in.png o.png --jobs abc", 2, ".", "in.png",
