@@ -22,18 +22,30 @@ int HexDigit(char c) {
   return -1;
 }
 
-std::optional<long long> ParsePositiveInteger(const std::string& text, long long max) {
+std::optional<long long> ParseWholeNumber(const std::string& text, long long max) {
   if (text.empty() || text.size() > 10) return std::nullopt;
   long long value = 0;
   for (char c : text) {
     if (c < '0' || c > '9') return std::nullopt;
     value = value * 10 + (c - '0');
   }
-  if (value <= 0 || value > max) return std::nullopt;
+  if (value < 0 || value > max) return std::nullopt;
   return value;
 }
 
 [[noreturn]] void Usage(const std::string& message) { throw ToolError(kExitUsage, message); }
+
+// A whole number in [low, high], said in words when it is not.
+CLI::Validator WholeNumber(int low, int high) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        const auto value = ParseWholeNumber(text, high);
+        if (value && *value >= low) return "";
+        return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
+               std::to_string(high);
+      },
+      std::to_string(low) + ".." + std::to_string(high));
+}
 
 }  // namespace
 
@@ -51,11 +63,11 @@ std::optional<PF_Pixel> ParseColor(const std::string& text) {
 }
 
 std::optional<PF_RationalScale> ParseRational(const std::string& text) {
-  const std::size_t slash = text.find('/');
+  const std::size_t slash = text.find_first_of("/:");
   if (slash == std::string::npos) return std::nullopt;
-  const auto num = ParsePositiveInteger(text.substr(0, slash), std::numeric_limits<A_long>::max());
-  const auto den = ParsePositiveInteger(text.substr(slash + 1), std::numeric_limits<A_long>::max());
-  if (!num || !den) return std::nullopt;
+  const auto num = ParseWholeNumber(text.substr(0, slash), std::numeric_limits<A_long>::max());
+  const auto den = ParseWholeNumber(text.substr(slash + 1), std::numeric_limits<A_long>::max());
+  if (!num || !den || *num == 0 || *den == 0) return std::nullopt;
   return PF_RationalScale{static_cast<A_long>(*num), static_cast<A_u_long>(*den)};
 }
 
@@ -100,16 +112,17 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
   render->add_option("--color", color, "bar colour #RRGGBB or #RRGGBBAA");
   render->add_flag("--opaque-bars", o.opaque_bars,
                    "opaque bars of the colour at full scale (16 bits: 0x10 -> 0x1010), no alpha added");
-  render->add_option("--pixel-aspect", aspect, "N/D, width of a pixel over its height (default: from pHYs)");
+  render->add_option("--pixel-aspect", aspect,
+                     "N/D or N:D, width of a pixel over its height (default: from pHYs)");
   render->add_option("--downsample", downsample, "N/D or N/D,N/D: the host's preview downsampling");
   render->add_flag("--dry-run", o.dry_run, "print what would be used per frame size, render nothing");
   render->add_flag("--overwrite", o.overwrite, "replace existing outputs");
   render->add_flag("--skip-bad", o.skip_bad, "go on past unreadable frames; list them, exit 3");
   render->add_flag("--no-gaps", o.no_gaps, "refuse a numbered sequence with missing numbers");
   render->add_option("--jobs", o.jobs, "frames in flight (default: one per hardware thread)")
-      ->check(CLI::Range(1, 1024));
+      ->check(WholeNumber(1, 1024));
   render->add_option("--compression", o.compression, "deflate level 0-12, 0 without row filter")
-      ->check(CLI::Range(0, 12))
+      ->check(WholeNumber(0, 12))
       ->capture_default_str();
   CLI::App* demo = app.add_subcommand("demo", "writes every preset in both modes on a test chart");
   demo->add_option("--out", o.out_dir, "the folder (default: previews beside the cinebar program)");
@@ -133,7 +146,9 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
     app.parse(reversed);
   } catch (const CLI::CallForHelp&) {
     o.command = "help";
-    o.text = app.help("", CLI::AppFormatMode::All);
+    const auto named = app.get_subcommands();
+    o.help_topic = named.empty() ? "" : named.front()->get_name();
+    o.text = named.empty() ? app.help("", CLI::AppFormatMode::All) : named.front()->help();
     return o;
   } catch (const CLI::CallForVersion& e) {
     o.command = "version";
@@ -146,8 +161,10 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
     Usage(options.empty() ? "unexpected argument" + others : "unknown option" + options);
   } catch (const CLI::ParseError& e) {
     // An unknown option before the subcommand is a missing subcommand to CLI11: name the option.
-    for (const std::string& extra : app.remaining())
+    for (const std::string& extra : app.remaining()) {
       if (extra.size() > 1 && extra[0] == '-') Usage("unknown option " + extra);
+      if (app.get_subcommands().empty()) Usage("unknown command " + extra + " (render, demo or info)");
+    }
     Usage(e.what());
   }
   o.command = app.get_subcommands().front()->get_name();
