@@ -1,9 +1,9 @@
-// The codec's floor under `cinebar render`: each PNG read and written again
-// by the tool's own reader and writer at the same level, one thread, nothing
-// else. With --channels N the frame is widened to N channels (grey to RGB,
-// alpha added, as bars do) before it is written, outside the time measured.
-// Prints the seconds spent reading and writing.
-//   cinebar_png_floor [--level L] [--channels N] OUTPUT_FOLDER INPUT.png...
+// The codec's floor under `cinebar render`: each input PNG read, and a frame
+// written, by the tool's own reader and writer at the same level, one thread,
+// nothing else. The frame written is the input itself, or with --as FOLDER the
+// file of the same name there (what `cinebar render` made of it), read outside
+// the time measured. Prints the seconds spent reading and writing.
+//   cinebar_png_floor [--level L] [--as FOLDER] OUTPUT_FOLDER INPUT.png...
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -15,48 +15,30 @@
 #include "tools/cinebar/frame.h"
 #include "tools/cinebar/tool_error.h"
 
-namespace {
-
-// `in` as `channels` channels: grey spread to RGB, an opaque alpha added.
-void Widen(const cinebar_tool::Frame& in, int channels, cinebar_tool::Frame& out) {
-  out.Resize(in.width, in.height, channels, in.deep);
-  const std::size_t bytes = in.deep ? 2 : 1, pixels = static_cast<std::size_t>(in.width) * in.height;
-  for (std::size_t p = 0; p < pixels; ++p) {
-    const std::uint8_t* s = in.samples.data() + p * in.pixel_bytes();
-    std::uint8_t* o = out.samples.data() + p * out.pixel_bytes();
-    for (int c = 0; c < channels; ++c) {
-      const bool is_alpha = channels % 2 == 0 && c == channels - 1;
-      const int from = is_alpha ? (in.alpha() ? in.channels - 1 : -1) : in.color() ? c : 0;
-      for (std::size_t b = 0; b < bytes; ++b) o[c * bytes + b] = from < 0 ? 0xff : s[from * bytes + b];
-    }
-  }
-  out.chunks = in.chunks;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  int level = 1, channels = 0, at = 1;
+  int level = 1, at = 1;
+  std::string as;
   for (; at + 1 < argc && argv[at][0] == '-'; at += 2) {
     if (std::strcmp(argv[at], "--level") == 0) level = std::atoi(argv[at + 1]);
-    if (std::strcmp(argv[at], "--channels") == 0) channels = std::atoi(argv[at + 1]);
+    if (std::strcmp(argv[at], "--as") == 0) as = argv[at + 1];
   }
   if (argc - at < 2) {
-    std::fprintf(stderr, "usage: cinebar_png_floor [--level L] [--channels N] OUTPUT_FOLDER INPUT.png...\n");
+    std::fprintf(stderr, "usage: cinebar_png_floor [--level L] [--as FOLDER] OUTPUT_FOLDER INPUT.png...\n");
     return 2;
   }
   const std::filesystem::path folder = argv[at++];
   using Clock = std::chrono::steady_clock;
   Clock::duration spent{};
-  cinebar_tool::Frame frame, wide;
+  cinebar_tool::Frame frame, rendered;
   try {
     for (; at < argc; ++at) {
       auto start = Clock::now();
       cinebar_tool::ReadFrame(argv[at], frame);
       spent += Clock::now() - start;
-      if (channels != 0) Widen(frame, channels, wide);
-      const cinebar_tool::Frame& out = channels != 0 ? wide : frame;
-      const std::string path = (folder / std::filesystem::path(argv[at]).filename()).string();
+      const std::filesystem::path name = std::filesystem::path(argv[at]).filename();
+      if (!as.empty()) cinebar_tool::ReadFrame((std::filesystem::path(as) / name).string(), rendered);
+      const cinebar_tool::Frame& out = as.empty() ? frame : rendered;
+      const std::string path = (folder / name).string();
       start = Clock::now();
       std::FILE* file = std::fopen(path.c_str(), "wb");
       const std::string why =

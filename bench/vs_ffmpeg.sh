@@ -55,22 +55,25 @@ measure() {
   bytes[$v]="$(du -sb "$work/out" | cut -f1)"
 }
 
-# job NAME SIZE PIXFMT COUNT TOP PICTURE_HEIGHT FFMPEG_OUT_FORMAT FLOOR_CHANNELS [CINEBAR_OPTION]
-# One thread each: cinebar, the floor (the same frames only read and written
-# again by cinebar's codec at its level, in the form cinebar writes), ffmpeg
-# at its default compression and at level 1.
+# job NAME SIZE PIXFMT COUNT TOP PICTURE_HEIGHT FFMPEG_OUT_FORMAT [CINEBAR_OPTION]
+# One thread each: cinebar, the floor (each input frame only read, and the
+# frame cinebar makes of it only written, by cinebar's codec at its level),
+# ffmpeg at its default compression and at level 1.
 job() {
-  local name="$1" size="$2" count="$4" top="$5" ph="$6" fmt="$7" channels="$8" extra="${9:-}"
+  local name="$1" size="$2" count="$4" top="$5" ph="$6" fmt="$7" extra="${8:-}"
   local in="$work/$name/frame_%04d.png" height="${size#*x}"
   local vf="crop=iw:$ph:0:$top,pad=iw:$height:0:$top:black,format=$fmt"
   local -A best=() bytes=() peak=()
   local -a names=(cinebar floor ffmpeg-default ffmpeg-level1) inputs=("$work/$name"/frame_*.png)
   local -a ff=(ffmpeg -loglevel error -threads 1 -filter_threads 1 -i "$in" -vf "$vf")
   local round
+  rm -rf "$work/ref" && mkdir -p "$work/ref"
+  # shellcheck disable=SC2086
+  "$cinebar" render "$in" "$work/ref/frame_%04d.png" --preset 2.35 --jobs 1 $extra >/dev/null
   for ((round = 0; round < runs; round++)); do
     # shellcheck disable=SC2086
     measure cinebar "$cinebar" render "$in" "$work/out/f_%04d.png" --preset 2.35 --jobs 1 $extra
-    measure floor "$floor" --channels "$channels" "$work/out" "${inputs[@]}"
+    measure floor "$floor" --as "$work/ref" "$work/out" "${inputs[@]}"
     measure ffmpeg-default "${ff[@]}" -threads 1 "$work/out/f_%04d.png"
     measure ffmpeg-level1 "${ff[@]}" -compression_level 1 -threads 1 "$work/out/f_%04d.png"
   done
@@ -87,9 +90,9 @@ frames 1080p-8bit 1920x1080 rgb24 "${FRAMES_HD:-48}"
 frames 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}"
 echo "cinebar against ffmpeg on $(nproc) hardware threads, best of $runs interleaved rounds ($(ffmpeg -version | head -1 | cut -d' ' -f1-3))"
 echo "x: ffmpeg's default time over this time; floor x: this time over the floor's; size: total, against ffmpeg's default; peak: resident"
-job 1080p-8bit 1920x1080 rgb24 "${FRAMES_HD:-48}" 131 817 rgb24 0
-job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 263 1634 rgba64be 4
-job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 263 1634 rgb48be 0 --opaque-bars
+job 1080p-8bit 1920x1080 rgb24 "${FRAMES_HD:-48}" 131 817 rgb24
+job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 263 1634 rgba64be
+job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 263 1634 rgb48be --opaque-bars
 # The same pixels at 8 bits (at 16 the module's bars are its 8-bit colour times 128 of 32768).
 rm -rf "$work/cb" "$work/ff" && mkdir -p "$work/cb" "$work/ff"
 "$cinebar" render "$work/1080p-8bit/frame_%04d.png" "$work/cb/f_%04d.png" --preset 2.35 >/dev/null

@@ -3,6 +3,7 @@
 #include <libdeflate.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -114,8 +115,9 @@ unsigned SampleAt(const std::uint8_t* row, std::size_t index, int depth) {
   return (row[bit / 8] >> (8 - depth - bit % 8)) & ((1u << depth) - 1);
 }
 
-void PutSamples(const unsigned* v, int channels, bool deep, std::uint8_t* out) {
-  for (int c = 0; c < channels; ++c) {
+// The first `channels` of four samples, big-endian at 16 bits.
+void PutSamples(const std::array<unsigned, 4>& v, int channels, bool deep, std::uint8_t* out) {
+  for (std::size_t c = 0; c < v.size() && c < static_cast<std::size_t>(channels); ++c) {
     if (deep) {
       out[2 * c] = static_cast<std::uint8_t>(v[c] >> 8);
       out[2 * c + 1] = static_cast<std::uint8_t>(v[c]);
@@ -130,7 +132,8 @@ void PutSamples(const unsigned* v, int channels, bool deep, std::uint8_t* out) {
 // beyond the palette.
 bool Expand(const PngLayout& png, const std::uint8_t* row, std::size_t i, std::uint8_t* out, int channels) {
   const int samples = png.form.samples(), depth = png.form.depth;
-  unsigned v[4] = {0, 0, 0, 0}, alpha = depth == 16 ? 65535u : 255u;
+  std::array<unsigned, 4> v{};
+  unsigned alpha = depth == 16 ? 65535u : 255u;
   for (int c = 0; c < samples; ++c) v[c] = SampleAt(row, i * static_cast<std::size_t>(samples) + c, depth);
   if (png.form.alpha()) alpha = v[samples - 1];
   if (png.form.color_type == kPalette) {
@@ -145,7 +148,7 @@ bool Expand(const PngLayout& png, const std::uint8_t* row, std::size_t i, std::u
     if (match) alpha = 0;
   }
   if (depth < 8 && png.form.color_type == kGrey) v[0] = v[0] * 255 / ((1u << depth) - 1);
-  if (channels % 2 == 0) v[channels - 1] = alpha;
+  if (channels % 2 == 0) v[static_cast<std::size_t>(channels - 1) % v.size()] = alpha;
   PutSamples(v, channels, depth == 16, out);
   return true;
 }
