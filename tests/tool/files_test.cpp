@@ -159,6 +159,15 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"pixel_aspect_with_colon", "in.png", "render in.png o.png --pixel-aspect 2:1 --dry-run", 0,
                  ".", "in.png", "pixel aspect 2/1 (--pixel-aspect)"}));
 
+// A name as long as the file system allows is written: nothing longer is made on the way.
+TEST_F(ToolTest, LongestOutputNameIsWritten) {
+  WritePattern("in.png", 32, 18);
+  const std::string name(255, 'o');
+  const Outcome outcome = Run({"render", "in.png", name});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_EQ(Decode(name).width, 32);
+}
+
 }  // namespace
 }  // namespace cinebar_tool_test
 
