@@ -10,6 +10,7 @@
 #include <string>
 
 #include "tools/cinebar/chart.h"
+#include "tools/cinebar/layer.h"
 #include "tools/cinebar/session.h"
 #include "tools/cinebar/temporaries.h"
 #include "tools/cinebar/tool.h"
@@ -28,7 +29,8 @@ struct Sequence {
       char name[32];
       std::snprintf(name, sizeof name, "frame_%04d.png", i);
       const std::string path = (root / "in" / name).string();
-      temps.Commit(temps.Write(path, chart, cinebar_tool::WriteSettings{}), path);
+      temps.Commit(temps.Write(path, chart, cinebar_tool::WriteSettings{}), path,
+                   cinebar_tool::Replace::kAtomically);
     }
   }
   ~Sequence() { std::filesystem::remove_all(root); }

@@ -2,12 +2,14 @@
 # `cinebar render` against the ffmpeg crop+pad a user would otherwise write,
 # on frames made here from the photographs of Debian's mate-backgrounds:
 # 2.35:1 bars on 48 frames of 1920x1080 8-bit RGB and on 12 frames of
-# 3840x2160 16-bit RGB. cinebar at its defaults; ffmpeg at its default PNG
-# compression and at level 1; each single-threaded and with default threads;
-# ffmpeg writing the channel layout cinebar writes. The runs are interleaved
-# (every variant once per round) so that a busy machine slows all alike.
-# Prints the best time of each, its ratio to ffmpeg's default and the total
-# size of the frames written, and whether the 8-bit pixels are ffmpeg's.
+# 3840x2160 16-bit RGB. One thread each: cinebar at its defaults, the floor
+# (the frames only read and written again by cinebar's codec), ffmpeg at its
+# default PNG compression and at level 1, writing the channel layout cinebar
+# writes. The runs are interleaved (every variant once per round) so that a
+# busy machine slows all alike. Prints the best time of each, its ratio to
+# ffmpeg's default and to the floor, the total size of the frames written,
+# the peak resident memory (/usr/bin/time), and whether the 8-bit pixels are
+# ffmpeg's.
 #   bench/vs_ffmpeg.sh [BUILD_DIR]   (default build/native-release, built if needed)
 #   RUNS (3) rounds; FRAMES_HD (48) and FRAMES_4K (12) frames.
 set -euo pipefail
@@ -17,11 +19,12 @@ source scripts/deps.sh
 cinebar_ensure_packages "${CINEBAR_BENCH_PACKAGES[@]}"
 
 build="${1:-build/native-release}"
-if [ ! -x "$build/tools/cinebar/cinebar" ]; then
+if [ ! -x "$build/tools/cinebar/cinebar" ] || [ ! -x "$build/bench/cinebar_png_floor" ]; then
   cmake --preset native-release >/dev/null
-  cmake --build --preset native-release --target cinebar
+  cmake --build "$build" -j2 --target cinebar cinebar_png_floor
 fi
 cinebar="$build/tools/cinebar/cinebar"
+floor="$build/bench/cinebar_png_floor"
 runs="${RUNS:-3}"
 work="$(mktemp -d /tmp/cinebar-vs-ffmpeg-XXXXXX)"
 trap 'rm -rf "$work"' EXIT
@@ -39,46 +42,54 @@ frames() {
   done
 }
 
+# measure VARIANT COMMAND...: the wall time and peak resident memory of one run,
+# kept as the best time and the largest peak over the rounds.
+measure() {
+  local v="$1"
+  shift
+  rm -rf "$work/out" && mkdir -p "$work/out"
+  /usr/bin/time -f "%e %M" -o "$work/time" "$@" >/dev/null
+  read -r t kb <"$work/time"
+  best[$v]="$(awk -v t="$t" -v b="${best[$v]:-$t}" 'BEGIN { print (t < b ? t : b) }')"
+  peak[$v]="$(awk -v k="$kb" -v p="${peak[$v]:-0}" 'BEGIN { print (k > p ? k : p) }')"
+  bytes[$v]="$(du -sb "$work/out" | cut -f1)"
+}
+
 # job NAME SIZE PIXFMT COUNT TOP PICTURE_HEIGHT FFMPEG_OUT_FORMAT [CINEBAR_OPTION]
+# One thread each: cinebar, the floor (each input frame only read, and the
+# frame cinebar makes of it only written, by cinebar's codec at its level),
+# ffmpeg at its default compression and at level 1.
 job() {
   local name="$1" size="$2" count="$4" top="$5" ph="$6" fmt="$7" extra="${8:-}"
   local in="$work/$name/frame_%04d.png" height="${size#*x}"
   local vf="crop=iw:$ph:0:$top,pad=iw:$height:0:$top:black,format=$fmt"
-  local -A best=() bytes=()
-  local -a names=(cinebar-1 cinebar-N ffmpeg-default-1 ffmpeg-default-N ffmpeg-level1-1 ffmpeg-level1-N)
-  local round v start t
+  local -A best=() bytes=() peak=()
+  local -a names=(cinebar floor ffmpeg-default ffmpeg-level1) inputs=("$work/$name"/frame_*.png)
+  local -a ff=(ffmpeg -loglevel error -threads 1 -filter_threads 1 -i "$in" -vf "$vf")
+  local round
+  rm -rf "$work/ref" && mkdir -p "$work/ref"
+  # shellcheck disable=SC2086
+  "$cinebar" render "$in" "$work/ref/frame_%04d.png" --preset 2.35 --jobs 1 $extra >/dev/null
   for ((round = 0; round < runs; round++)); do
-    for v in "${names[@]}"; do
-      rm -rf "$work/out" && mkdir -p "$work/out"
-      local threads=() cmd=()
-      case "$v" in
-        cinebar-1) cmd=("$cinebar" render "$in" "$work/out/f_%04d.png" --preset 2.35 --jobs 1 $extra) ;;
-        cinebar-N) cmd=("$cinebar" render "$in" "$work/out/f_%04d.png" --preset 2.35 $extra) ;;
-        ffmpeg-*)
-          [ "${v##*-}" = 1 ] && threads=(-threads 1 -filter_threads 1)
-          local level=()
-          [[ $v == ffmpeg-level1-* ]] && level=(-compression_level 1)
-          cmd=(ffmpeg -loglevel error "${threads[@]}" -i "$in" -vf "$vf" "${level[@]}" "${threads[@]:0:2}"
-            "$work/out/f_%04d.png") ;;
-      esac
-      start="$(date +%s.%N)"
-      "${cmd[@]}" >/dev/null
-      t="$(awk -v a="$start" -v b="$(date +%s.%N)" 'BEGIN { print b - a }')"
-      best[$v]="$(awk -v t="$t" -v b="${best[$v]:-$t}" 'BEGIN { print (t < b ? t : b) }')"
-      bytes[$v]="$(du -sb "$work/out" | cut -f1)"
-    done
+    # shellcheck disable=SC2086
+    measure cinebar "$cinebar" render "$in" "$work/out/f_%04d.png" --preset 2.35 --jobs 1 $extra
+    measure floor "$floor" --as "$work/ref" "$work/out" "${inputs[@]}"
+    measure ffmpeg-default "${ff[@]}" -threads 1 "$work/out/f_%04d.png"
+    measure ffmpeg-level1 "${ff[@]}" -compression_level 1 -threads 1 "$work/out/f_%04d.png"
   done
+  local v
   for v in "${names[@]}"; do
-    awk -v n="$name${extra:+ $extra}" -v v="$v" -v f="$count" -v t="${best[$v]}" -v d="${best[ffmpeg-default-${v##*-}]}" \
-      -v b="${bytes[$v]}" -v db="${bytes[ffmpeg-default-1]}" \
-      'BEGIN { printf "%-26s %-17s %7.2f s %6.1f fps  x%5.2f  %7.1f MB  %+5.1f %%\n", n, v, t, f / t, d / t, b / 1e6, (b / db - 1) * 100 }'
+    awk -v n="$name${extra:+ $extra}" -v v="$v" -v f="$count" -v t="${best[$v]}" -v d="${best[ffmpeg-default]}" \
+      -v fl="${best[floor]}" -v b="${bytes[$v]}" -v db="${bytes[ffmpeg-default]}" -v k="${peak[$v]}" \
+      'BEGIN { printf "%-30s %-15s %7.2f s %6.1f fps  x%5.2f  floor x%4.2f  %7.1f MB %+6.1f %%  peak %6.1f MiB\n",
+               n, v, t, f / t, d / t, t / fl, b / 1e6, (b / db - 1) * 100, k / 1024 }'
   done
 }
 
 frames 1080p-8bit 1920x1080 rgb24 "${FRAMES_HD:-48}"
 frames 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}"
 echo "cinebar against ffmpeg on $(nproc) hardware threads, best of $runs interleaved rounds ($(ffmpeg -version | head -1 | cut -d' ' -f1-3))"
-echo "x: ffmpeg's default compression at the same threads, over this time; size: total, against ffmpeg's default"
+echo "x: ffmpeg's default time over this time; floor x: this time over the floor's; size: total, against ffmpeg's default; peak: resident"
 job 1080p-8bit 1920x1080 rgb24 "${FRAMES_HD:-48}" 131 817 rgb24
 job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 263 1634 rgba64be
 job 2160p-16bit 3840x2160 rgb48be "${FRAMES_4K:-12}" 263 1634 rgb48be --opaque-bars

@@ -9,7 +9,7 @@ set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="$root/build/fuzz"
 seconds="${1:-5}"
-targets=(geometry_fuzz commands_fuzz)
+targets=(geometry_fuzz commands_fuzz png_fuzz)
 mkdir -p "$build"
 
 if ! { cmake -S "$root/fuzz" -B "$build" -DCMAKE_BUILD_TYPE=Debug &&
@@ -33,7 +33,7 @@ for target in "${targets[@]}"; do
     echo "fuzz: ${target}: ${runs:-?} runs in ${seconds} s, ${cov:-cov: ?}, no findings"
   else
     failed=1
-    grep -E 'ERROR|SUMMARY|runtime error|commands_fuzz:|ComputePictureRect:|Test unit written' "$log" | head -n 20
+    grep -E 'ERROR|SUMMARY|runtime error|commands_fuzz:|png_fuzz:|ComputePictureRect:|Test unit written' "$log" | head -n 20
     echo "fuzz: ${target}: FINDING (see $log and $findings)" >&2
   fi
 done

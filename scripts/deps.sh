@@ -9,6 +9,7 @@ CINEBAR_PACKAGES=(
   libdeflate-dev pkg-config                             # the tool's PNG image data (inflate, deflate)
   libcli11-dev libtbb-dev                               # the tool's command line and frame pipeline
   libpng-dev                                            # tool tests: an independent PNG writer and reader
+  ffmpeg mate-backgrounds                               # tool tests: a video through pipes, a folder of photographs
   clang libclang-rt-14-dev clang-format valgrind        # sanitizers, format, checks
   nsis zip unzip osslsigncode openssl                   # packaging and signing
   wixl msitools python3 python3-olefile                 # the MSI package (msitools: msibuild, msiinfo)
@@ -16,8 +17,9 @@ CINEBAR_PACKAGES=(
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
 # The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against
-# ffmpeg, on frames it makes from the photographs of MATE's wallpapers.
-CINEBAR_BENCH_PACKAGES=(ffmpeg mate-backgrounds)
+# ffmpeg, on frames it makes from the photographs of MATE's wallpapers; GNU
+# time gives the peak memory of each run (bench/vs_ffmpeg.sh, bench/memory.sh).
+CINEBAR_BENCH_PACKAGES=(ffmpeg mate-backgrounds time)
 
 # Prints the packages named (default: CINEBAR_PACKAGES) that are not installed.
 cinebar_missing_packages() {

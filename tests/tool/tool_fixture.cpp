@@ -31,10 +31,12 @@ void ToolTest::TearDown() {
   fs::remove_all(dir_);
 }
 
-Outcome ToolTest::Run(std::vector<std::string> args) {
+Outcome ToolTest::Run(std::vector<std::string> args) { return Run(std::move(args), nullptr, nullptr); }
+
+Outcome ToolTest::Run(std::vector<std::string> args, std::FILE* in, std::FILE* out_file) {
   args.insert(args.end(), {"--module", CINEBAR_MODULE_PATH});
   std::ostringstream out, err;
-  cinebar_tool::Console console{out, err, false, "", nullptr};
+  cinebar_tool::Console console{out, err, false, "", nullptr, in, out_file};
   return Outcome{cinebar_tool::RunTool(args, console), out.str(), err.str()};
 }
 

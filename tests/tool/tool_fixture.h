@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@ class ToolTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
   Outcome Run(std::vector<std::string> args);  // adds --module naming the built module
+  // With IN "-" read from `in` and OUT "-" written to `out`.
+  Outcome Run(std::vector<std::string> args, std::FILE* in, std::FILE* out);
   static std::vector<std::string> Files(const std::string& folder = ".");  // sorted names
 
  private:

@@ -1,7 +1,9 @@
 #include "tools/cinebar/controls.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 
 #include "hostapi/ae_constants.h"
 #include "tools/cinebar/tool_error.h"
@@ -54,83 +56,109 @@ std::optional<double> RatioOfItem(const std::string& item) {
   return *width / *height;
 }
 
-std::optional<A_long> FindItem(const Control& popup, const std::string& text, int ratio_precision) {
+namespace {
+
+// How far a typed ratio may be from an item's: exact for W:H and W/H, else to
+// the typed decimals ("1.78" is 16:9) or the slider's, whichever is coarser.
+double Tolerance(const std::string& text, int ratio_precision) {
+  if (text.find_first_of(":/") != std::string::npos) return 1e-9;
+  const std::size_t point = text.find('.');
+  const int decimals = point == std::string::npos ? 0 : static_cast<int>(text.size() - point - 1);
+  return 0.5 * std::pow(10.0, -std::min(decimals, ratio_precision));
+}
+
+bool NamesItem(const std::string& wanted, const std::string& item) {
+  const std::string form = Lower(ShortForm(item));
+  if (wanted == Lower(item) || wanted == Slug(item) || wanted == form) return true;
+  return form.size() > 2 && form.compare(form.size() - 2, 2, ":1") == 0 &&
+         wanted == form.substr(0, form.size() - 2);
+}
+
+}  // namespace
+
+std::vector<A_long> FindItem(const Control& popup, const std::string& text, int ratio_precision) {
   const std::string wanted = Lower(text);
-  const auto number = ParseNumber(text);
-  std::vector<A_long> parts;  // items that hold the text
+  const auto number = ratio_precision >= 0 ? ParseRatio(text) : std::nullopt;
+  std::vector<A_long> ratios, parts;  // items of the typed ratio; items that hold the text
   for (std::size_t i = 0; i < popup.items.size(); ++i) {
     if (popup.is_separator(i)) continue;
     const std::string& item = popup.items[i];
-    const std::string form = Lower(ShortForm(item));
-    bool match = wanted == Lower(item) || wanted == Slug(item) || wanted == form;
-    if (!match && form.size() > 2 && form.compare(form.size() - 2, 2, ":1") == 0)
-      match = wanted == form.substr(0, form.size() - 2);
-    if (!match && number && ratio_precision >= 0) {
-      const auto ratio = RatioOfItem(item);
-      match = ratio && std::fabs(*ratio - *number) < 0.5 * std::pow(10.0, -ratio_precision);
-    }
-    if (match) return static_cast<A_long>(i + 1);
-    if (!number && !wanted.empty() && Lower(item).find(wanted) != std::string::npos)
-      parts.push_back(static_cast<A_long>(i + 1));
+    const auto index = static_cast<A_long>(i + 1);
+    if (NamesItem(wanted, item)) return {index};
+    const auto ratio = number ? RatioOfItem(item) : std::nullopt;
+    if (ratio && std::fabs(*ratio - *number) < Tolerance(text, ratio_precision)) ratios.push_back(index);
+    if (!wanted.empty() && Lower(item).find(wanted) != std::string::npos) parts.push_back(index);
   }
-  if (parts.size() == 1) return parts[0];
-  return std::nullopt;
+  return ratios.empty() ? parts : ratios;
 }
+
+namespace {
+
+std::string ItemNames(const Control& popup, const std::vector<A_long>& items) {
+  std::string names;
+  for (const A_long item : items)
+    names += (names.empty() ? "" : ", ") + popup.items[static_cast<std::size_t>(item - 1)];
+  return names;
+}
+
+Edit PresetEdit(const Session& session, const std::string& text) {
+  const Control& preset = session.control(kPresetControl, PF_Param_POPUP);
+  const Control& ratio = session.control(kRatioControl, PF_Param_FLOAT_SLIDER);
+  std::vector<A_long> items = FindItem(preset, text, ratio.def.u.fs_d.precision);
+  items.erase(
+      std::remove_if(items.begin(), items.end(),
+                     [&](A_long i) { return !RatioOfItem(preset.items[static_cast<std::size_t>(i - 1)]); }),
+      items.end());
+  if (items.size() > 1)
+    throw ToolError(kExitUsage, "ambiguous preset \"" + text + "\": " + ItemNames(preset, items));
+  if (items.empty())
+    throw ToolError(kExitUsage, "unknown preset \"" + text + "\" (" + ItemList(preset, true) + ")");
+  return Edit{preset.index, PF_Param_POPUP, items[0], 0.0, {}};
+}
+
+Edit RatioEdit(const Session& session, const RequestedEdit& request) {
+  const Control& ratio = session.control(kRatioControl, PF_Param_FLOAT_SLIDER);
+  const PF_FloatSliderDef& fs = ratio.def.u.fs_d;
+  if (request.number < fs.valid_min || request.number > fs.valid_max) {
+    char range[64];
+    std::snprintf(range, sizeof range, "%g..%g", static_cast<double>(fs.valid_min),
+                  static_cast<double>(fs.valid_max));
+    throw ToolError(kExitUsage, "--ratio " + request.text + " is outside the " + ratio.name() +
+                                    " control's range " + range);
+  }
+  return Edit{ratio.index, PF_Param_FLOAT_SLIDER, 0, request.number, {}};
+}
+
+Edit RenderEdit(const Session& session, const std::string& text) {
+  const Control& render = session.control(kRenderControl, PF_Param_POPUP);
+  const std::vector<A_long> items = FindItem(render, text);
+  if (items.size() > 1)
+    throw ToolError(kExitUsage, "ambiguous render mode \"" + text + "\": " + ItemNames(render, items));
+  if (items.empty())
+    throw ToolError(kExitUsage, "unknown render mode \"" + text + "\" (" + ItemList(render, false) + ")");
+  return Edit{render.index, PF_Param_POPUP, items[0], 0.0, {}};
+}
+
+}  // namespace
 
 std::vector<Edit> ResolveEdits(const Session& session, const std::vector<RequestedEdit>& requested) {
   std::vector<Edit> edits;
   for (const RequestedEdit& request : requested) {
-    Edit edit;
     switch (request.kind) {
-      case RequestedEdit::kPreset: {
-        const Control& preset = session.control(kPresetControl, PF_Param_POPUP);
-        const Control& ratio = session.control(kRatioControl, PF_Param_FLOAT_SLIDER);
-        const auto item = FindItem(preset, request.text, ratio.def.u.fs_d.precision);
-        if (!item || !RatioOfItem(preset.items[static_cast<std::size_t>(*item - 1)])) {
-          throw ToolError(kExitUsage,
-                          "unknown preset \"" + request.text + "\" (" + ItemList(preset, true) + ")");
-        }
-        edit.index = preset.index;
-        edit.type = PF_Param_POPUP;
-        edit.popup = *item;
+      case RequestedEdit::kPreset:
+        edits.push_back(PresetEdit(session, request.text));
         break;
-      }
-      case RequestedEdit::kRatio: {
-        const Control& ratio = session.control(kRatioControl, PF_Param_FLOAT_SLIDER);
-        const PF_FloatSliderDef& fs = ratio.def.u.fs_d;
-        const std::optional<double> value = request.number;
-        if (!value || *value < fs.valid_min || *value > fs.valid_max) {
-          char range[64];
-          std::snprintf(range, sizeof range, "%g..%g", static_cast<double>(fs.valid_min),
-                        static_cast<double>(fs.valid_max));
-          throw ToolError(kExitUsage, "--ratio " + request.text + " is outside the " + ratio.name() +
-                                          " control's range " + range);
-        }
-        edit.index = ratio.index;
-        edit.type = PF_Param_FLOAT_SLIDER;
-        edit.number = *value;
+      case RequestedEdit::kRatio:
+        edits.push_back(RatioEdit(session, request));
         break;
-      }
-      case RequestedEdit::kRender: {
-        const Control& render = session.control(kRenderControl, PF_Param_POPUP);
-        const auto item = FindItem(render, request.text);
-        if (!item) {
-          throw ToolError(kExitUsage,
-                          "unknown render mode \"" + request.text + "\" (" + ItemList(render, false) + ")");
-        }
-        edit.index = render.index;
-        edit.type = PF_Param_POPUP;
-        edit.popup = *item;
+      case RequestedEdit::kRender:
+        edits.push_back(RenderEdit(session, request.text));
         break;
-      }
-      case RequestedEdit::kColor: {
-        edit.index = session.control(kColorControl, PF_Param_COLOR).index;
-        edit.type = PF_Param_COLOR;
-        edit.color = request.color;
+      case RequestedEdit::kColor:
+        edits.push_back(Edit{session.control(kColorControl, PF_Param_COLOR).index, PF_Param_COLOR, 0, 0.0,
+                             request.color});
         break;
-      }
     }
-    edits.push_back(edit);
   }
   return edits;
 }

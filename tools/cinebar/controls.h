@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cinebar/layer.h"
 #include "tools/cinebar/options.h"
 #include "tools/cinebar/session.h"
 
@@ -26,11 +27,12 @@ std::string ShortForm(const std::string& item);
 // "On Transparent" -> "on-transparent".
 std::string Slug(const std::string& text);
 
-// The 1-based popup item the text names: by its full text, its slug, its
-// short form (or that without ":1"), for presets its ratio (to the slider's
-// displayed precision), else any part of one item's text that is not a
-// number ("anamorphic"). Nullopt when nothing or more than one item matches.
-std::optional<A_long> FindItem(const Control& popup, const std::string& text, int ratio_precision = -1);
+// The 1-based popup items the text names: the one item of its full text, its
+// slug or its short form (or that without ":1"); else, for presets
+// (`ratio_precision` >= 0), the items of its ratio (1.78, 16/9, 16:9) to the
+// decimals typed or the slider's; else every item whose text holds it
+// ("anamorphic", "16"). More than one is ambiguous.
+std::vector<A_long> FindItem(const Control& popup, const std::string& text, int ratio_precision = -1);
 
 // Throws ToolError(kExitUsage) for a value the module's controls do not take.
 std::vector<Edit> ResolveEdits(const Session& session, const std::vector<RequestedEdit>& requested);

@@ -3,11 +3,14 @@
 #include <cinebar_identity.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <sstream>
+#include <tuple>
+#include <utility>
 
 #include "tools/cinebar/tool_error.h"
 
@@ -22,18 +25,30 @@ int HexDigit(char c) {
   return -1;
 }
 
-std::optional<long long> ParsePositiveInteger(const std::string& text, long long max) {
+std::optional<long long> ParseWholeNumber(const std::string& text, long long max) {
   if (text.empty() || text.size() > 10) return std::nullopt;
   long long value = 0;
   for (char c : text) {
     if (c < '0' || c > '9') return std::nullopt;
     value = value * 10 + (c - '0');
   }
-  if (value <= 0 || value > max) return std::nullopt;
+  if (value < 0 || value > max) return std::nullopt;
   return value;
 }
 
 [[noreturn]] void Usage(const std::string& message) { throw ToolError(kExitUsage, message); }
+
+// A whole number in [low, high], said in words when it is not.
+CLI::Validator WholeNumber(int low, int high) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        const auto value = ParseWholeNumber(text, high);
+        if (value && *value >= low) return "";
+        return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
+               std::to_string(high);
+      },
+      std::to_string(low) + ".." + std::to_string(high));
+}
 
 }  // namespace
 
@@ -51,11 +66,11 @@ std::optional<PF_Pixel> ParseColor(const std::string& text) {
 }
 
 std::optional<PF_RationalScale> ParseRational(const std::string& text) {
-  const std::size_t slash = text.find('/');
+  const std::size_t slash = text.find_first_of("/:");
   if (slash == std::string::npos) return std::nullopt;
-  const auto num = ParsePositiveInteger(text.substr(0, slash), std::numeric_limits<A_long>::max());
-  const auto den = ParsePositiveInteger(text.substr(slash + 1), std::numeric_limits<A_long>::max());
-  if (!num || !den) return std::nullopt;
+  const auto num = ParseWholeNumber(text.substr(0, slash), std::numeric_limits<A_long>::max());
+  const auto den = ParseWholeNumber(text.substr(slash + 1), std::numeric_limits<A_long>::max());
+  if (!num || !den || *num == 0 || *den == 0) return std::nullopt;
   return PF_RationalScale{static_cast<A_long>(*num), static_cast<A_u_long>(*den)};
 }
 
@@ -76,45 +91,94 @@ std::optional<double> ParseRatio(const std::string& text) {
   return *w / *h;
 }
 
-Options ParseCommandLine(const std::vector<std::string>& args) {
-  Options o;
-  CLI::App app{
-      "cinebar lays Cinebar's aspect-ratio bars over PNG frames through the module file and a\n"
-      "simulated After Effects host, makes preview sheets and shows what the host would show."};
-  app.set_version_flag("--version", "cinebar " + std::to_string(cinebar_identity::kVersionMajor) + "." +
-                                        std::to_string(cinebar_identity::kVersionMinor) + "." +
-                                        std::to_string(cinebar_identity::kVersionBugfix));
-  app.name("cinebar");
-  app.require_subcommand(1);
-  app.fallthrough();
-  app.add_option("--module", o.module,
-                 "the module file (default: $CINEBAR_MODULE, else the one beside cinebar)");
+namespace {
+
+// A value of a form that `parse` accepts, said in words when it is not.
+template <typename Parse>
+CLI::Validator FormOf(Parse parse, const std::string& form) {
+  return CLI::Validator(
+      [parse, form](std::string& text) -> std::string {
+        return parse(text) ? "" : "\"" + text + "\" is not " + form;
+      },
+      form);
+}
+
+std::optional<std::pair<PF_RationalScale, PF_RationalScale>> ParseDownsample(const std::string& text) {
+  const std::size_t comma = text.find(',');
+  const auto x = ParseRational(text.substr(0, comma));
+  const auto y = comma == std::string::npos ? x : ParseRational(text.substr(comma + 1));
+  if (!x || !y) return std::nullopt;
+  return std::pair{*x, *y};
+}
+
+// The options of `render`: each value's form checked as it is parsed, its
+// value stored by the option's callback.
+void AddRender(CLI::App& app, Options& o) {
   CLI::App* render = app.add_subcommand("render", "renders IN to OUT");
-  std::string preset, ratio, mode, color, aspect, downsample;
-  render->add_option("IN", o.in, "a PNG file, a numbered pattern (frame_%04d.png) or a folder of PNGs")
+  render
+      ->add_option("IN", o.in,
+                   "a PNG file, a numbered pattern (frame_%04d.png), a folder of PNGs or - (stdin)")
       ->required();
-  render->add_option("OUT", o.out, "the same form as IN (a folder or a pattern for a sequence)")->required();
-  auto* p = render->add_option("--preset", preset, "a preset by name, part of it, short form or ratio");
-  render->add_option("--ratio", ratio, "Aspect Ratio: 2.39, 2.39:1, 16:9 or 16/9")->excludes(p);
-  render->add_option("--render", mode, "on-image or on-transparent");
-  render->add_option("--color", color, "bar colour #RRGGBB or #RRGGBBAA");
+  render
+      ->add_option("OUT", o.out, "the same form as IN (a folder or a pattern for a sequence), or - (stdout)")
+      ->required();
+  const auto edit = [&o](RequestedEdit::Kind kind) {
+    return [&o, kind](const std::string& text) {
+      RequestedEdit e{kind, text, kind == RequestedEdit::kRatio ? *ParseRatio(text) : 0, {}};
+      if (kind == RequestedEdit::kColor) e.color = *ParseColor(text);
+      o.edits.push_back(e);
+    };
+  };
+  auto* p = render->add_option_function<std::string>("--preset", edit(RequestedEdit::kPreset),
+                                                     "a preset by name, part of it, short form or ratio");
+  render
+      ->add_option_function<std::string>("--ratio", edit(RequestedEdit::kRatio),
+                                         "Aspect Ratio: 2.39, 2.39:1, 16:9 or 16/9")
+      ->check(FormOf(ParseRatio, "a number, W:H or W/H"))
+      ->excludes(p);
+  render->add_option_function<std::string>("--render", edit(RequestedEdit::kRender),
+                                           "on-image or on-transparent");
+  render
+      ->add_option_function<std::string>("--color", edit(RequestedEdit::kColor),
+                                         "bar colour #RRGGBB or #RRGGBBAA")
+      ->check(FormOf(ParseColor, "a colour of the form #RRGGBB or #RRGGBBAA"));
   render->add_flag("--opaque-bars", o.opaque_bars,
                    "opaque bars of the colour at full scale (16 bits: 0x10 -> 0x1010), no alpha added");
-  render->add_option("--pixel-aspect", aspect, "N/D, width of a pixel over its height (default: from pHYs)");
-  render->add_option("--downsample", downsample, "N/D or N/D,N/D: the host's preview downsampling");
+  render
+      ->add_option_function<std::string>(
+          "--pixel-aspect",
+          [&o](const std::string& text) {
+            o.pixel_aspect = *ParseRational(text), o.pixel_aspect_given = true;
+          },
+          "N/D or N:D, width of a pixel over its height (default: from pHYs)")
+      ->check(FormOf(ParseRational, "N/D or N:D with positive whole numbers"));
+  render
+      ->add_option_function<std::string>(
+          "--downsample",
+          [&o](const std::string& text) {
+            std::tie(o.downsample_x, o.downsample_y) = *ParseDownsample(text);
+          },
+          "N/D or N/D,N/D: the host's preview downsampling")
+      ->check(FormOf(ParseDownsample, "N/D or N/D,N/D with positive whole numbers"));
   render->add_flag("--dry-run", o.dry_run, "print what would be used per frame size, render nothing");
   render->add_flag("--overwrite", o.overwrite, "replace existing outputs");
   render->add_flag("--skip-bad", o.skip_bad, "go on past unreadable frames; list them, exit 3");
   render->add_flag("--no-gaps", o.no_gaps, "refuse a numbered sequence with missing numbers");
   render->add_option("--jobs", o.jobs, "frames in flight (default: one per hardware thread)")
-      ->check(CLI::Range(1, 1024));
+      ->check(WholeNumber(1, 1024));
   render->add_option("--compression", o.compression, "deflate level 0-12, 0 without row filter")
-      ->check(CLI::Range(0, 12))
+      ->check(WholeNumber(0, 12))
       ->capture_default_str();
+}
+
+void AddOthers(CLI::App& app, Options& o) {
   CLI::App* demo = app.add_subcommand("demo", "writes every preset in both modes on a test chart");
   demo->add_option("--out", o.out_dir, "the folder (default: previews beside the cinebar program)");
   demo->add_flag("--overwrite", o.overwrite, "replace existing files");
   app.add_subcommand("info", "describes the module and its controls");
+}
+
+void AddFooter(CLI::App& app) {
   app.footer(
       "16-bit frames: the picture keeps every sample. The bars are what the module paints in a 16-bpc\n"
       "project, as After Effects shows them: its 8-bit colour times 128 of 32768 (black bars have alpha\n"
@@ -128,56 +192,68 @@ Options ParseCommandLine(const std::vector<std::string>& args) {
       "A frame is refused from its header when the host cannot hold it (1 GiB, 32767 pixels a side) or\n"
       "its file is too short to inflate to it. A gap in a numbered sequence is named (--no-gaps stops).\n"
       "Exit codes: 0 done, 2 usage, 3 input file, 4 module, 5 output file, 6 out of memory.");
+}
+
+// A parse error in one line: an unknown option or command named as such.
+[[noreturn]] void Explain(const CLI::App& app, const CLI::ParseError& e) {
+  if (const auto* extras = dynamic_cast<const CLI::ExtrasError*>(&e)) {
+    const std::string what = extras->what();
+    std::istringstream words(what.substr(what.find(':') + 1));
+    std::string options, others, word;
+    while (words >> word) (word[0] == '-' ? options : others) += " " + word;
+    Usage(options.empty() ? "unexpected argument" + others : "unknown option" + options);
+  }
+  // An unknown option or word before the subcommand is a missing subcommand to CLI11: name it.
+  for (const std::string& extra : app.remaining()) {
+    if (extra.size() > 1 && extra[0] == '-') Usage("unknown option " + extra);
+    if (app.get_subcommands().empty()) Usage("unknown command " + extra + " (render, demo or info)");
+  }
+  Usage(e.what());
+}
+
+}  // namespace
+
+Options ParseCommandLine(const std::vector<std::string>& args) {
+  Options o;
+  CLI::App app{
+      "cinebar lays Cinebar's aspect-ratio bars over PNG frames through the module file and a\n"
+      "simulated After Effects host, makes preview sheets and shows what the host would show."};
+  app.set_version_flag("--version", "cinebar " + std::to_string(cinebar_identity::kVersionMajor) + "." +
+                                        std::to_string(cinebar_identity::kVersionMinor) + "." +
+                                        std::to_string(cinebar_identity::kVersionBugfix));
+  app.name("cinebar");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_option("--module", o.module,
+                 "the module file (default: $CINEBAR_MODULE, else the one beside cinebar)");
+  AddRender(app, o);
+  AddOthers(app, o);
+  AddFooter(app);
   std::vector<std::string> reversed(args.rbegin(), args.rend());
   try {
     app.parse(reversed);
   } catch (const CLI::CallForHelp&) {
     o.command = "help";
-    o.text = app.help("", CLI::AppFormatMode::All);
+    const auto named = app.get_subcommands();
+    o.help_topic = named.empty() ? "" : named.front()->get_name();
+    o.text = named.empty() ? app.help("", CLI::AppFormatMode::All) : named.front()->help();
     return o;
   } catch (const CLI::CallForVersion& e) {
     o.command = "version";
     o.text = e.what();
     return o;
-  } catch (const CLI::ExtrasError& e) {
-    std::istringstream words(std::string(e.what()).substr(std::string(e.what()).find(':') + 1));
-    std::string options, others, word;
-    while (words >> word) (word[0] == '-' ? options : others) += " " + word;
-    Usage(options.empty() ? "unexpected argument" + others : "unknown option" + options);
   } catch (const CLI::ParseError& e) {
-    // An unknown option before the subcommand is a missing subcommand to CLI11: name the option.
-    for (const std::string& extra : app.remaining())
-      if (extra.size() > 1 && extra[0] == '-') Usage("unknown option " + extra);
-    Usage(e.what());
+    Explain(app, e);
   }
   o.command = app.get_subcommands().front()->get_name();
-  if (!mode.empty()) o.edits.push_back(RequestedEdit{RequestedEdit::kRender, mode, 0, {}});
-  if (!preset.empty()) o.edits.push_back(RequestedEdit{RequestedEdit::kPreset, preset, 0, {}});
-  if (!ratio.empty()) {
-    const auto value = ParseRatio(ratio);
-    if (!value) Usage("--ratio \"" + ratio + "\" is not a number, W:H or W/H");
-    o.edits.push_back(RequestedEdit{RequestedEdit::kRatio, ratio, *value, {}});
-  }
-  if (!color.empty()) {
-    const auto value = ParseColor(color);
-    if (!value) Usage("--color \"" + color + "\" is not a colour of the form #RRGGBB or #RRGGBBAA");
-    o.edits.push_back(RequestedEdit{RequestedEdit::kColor, color, 0, *value});
-  }
-  if (!aspect.empty()) {
-    const auto value = ParseRational(aspect);
-    if (!value) Usage("--pixel-aspect \"" + aspect + "\" is not N/D with positive whole numbers");
-    o.pixel_aspect = *value;
-    o.pixel_aspect_given = true;
-  }
-  if (!downsample.empty()) {
-    const std::size_t comma = downsample.find(',');
-    const auto x = ParseRational(downsample.substr(0, comma));
-    const auto y = comma == std::string::npos ? x : ParseRational(downsample.substr(comma + 1));
-    if (!x || !y)
-      Usage("--downsample \"" + downsample + "\" is not N/D or N/D,N/D with positive whole numbers");
-    o.downsample_x = *x;
-    o.downsample_y = *y;
-  }
+  // The module takes the render mode, then the preset or ratio, then the colour.
+  std::vector<RequestedEdit> ordered;
+  for (const auto& kinds :
+       {std::vector{RequestedEdit::kRender}, std::vector{RequestedEdit::kPreset, RequestedEdit::kRatio},
+        std::vector{RequestedEdit::kColor}})
+    for (const RequestedEdit& e : o.edits)
+      if (std::find(kinds.begin(), kinds.end(), e.kind) != kinds.end()) ordered.push_back(e);
+  o.edits = std::move(ordered);
   return o;
 }
 

@@ -25,6 +25,7 @@ struct RequestedEdit {
 struct Options {
   std::string command;               // render, demo, info, help, version
   std::string text;                  // help and version: what to print
+  std::string help_topic;            // help: the command asked about, empty for all
   std::string in, out;               // render IN OUT
   std::string module;                // --module PATH
   std::string out_dir;               // demo --out DIR
@@ -43,7 +44,7 @@ Options ParseCommandLine(const std::vector<std::string>& args);
 
 // Value forms, std::nullopt when malformed.
 std::optional<PF_Pixel> ParseColor(const std::string& text);             // #RRGGBB or #RRGGBBAA
-std::optional<PF_RationalScale> ParseRational(const std::string& text);  // N/D, both positive
+std::optional<PF_RationalScale> ParseRational(const std::string& text);  // N/D or N:D, both positive
 std::optional<double> ParseNumber(const std::string& text);              // a whole finite number
 std::optional<double> ParseRatio(const std::string& text);               // a number, W:H or W/H
 

@@ -1,7 +1,6 @@
-// Frames are written to temporaries beside their names and renamed into place
-// when whole, so a reader of the folder never sees half a frame.
 #include "tools/cinebar/temporaries.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,11 +13,63 @@
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
+namespace {
 
-Temporaries::Temporaries() {
+std::string FolderOf(const std::string& path) {
+  const std::size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+[[noreturn]] void Fail(const std::string& path, const std::string& why) {
+  throw ToolError(kExitOutput, "cannot write " + path + ": " + why);
+}
+
+[[noreturn]] void Taken(const std::string& path) {
+  throw NameTaken(kExitOutput, path +
+                                   " appeared while this run rendered it (another program wrote it); it is "
+                                   "left as it is and this frame is not written");
+}
+
+// Links an open file into the tree under `path`, failing with EEXIST when the
+// name is taken. AT_EMPTY_PATH needs a capability most users lack; the
+// descriptor's /proc entry does the same without it.
+int LinkDescriptor(int fd, const std::string& path) {
+  if (linkat(fd, "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) return 0;
+  if (errno != ENOENT && errno != EPERM) return -1;
+  const std::string self = "/proc/self/fd/" + std::to_string(fd);
+  return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
+}
+
+// Renames without replacing; where the file system lacks RENAME_NOREPLACE, a
+// hard link (which never replaces) and an unlink.
+int RenameNoReplace(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  if (link(from.c_str(), to.c_str()) != 0) return -1;
+  unlink(from.c_str());
+  return 0;
+}
+
+}  // namespace
+
+Temporary& Temporary::operator=(Temporary&& other) noexcept {
+  std::swap(fd_, other.fd_);
+  std::swap(hidden_, other.hidden_);
+  return *this;
+}
+
+Temporary::~Temporary() {
+  if (fd_ >= 0) close(fd_);
+}
+
+Temporaries::Temporaries(std::function<void()> on_signal, bool unnamed)
+    : on_signal_(std::move(on_signal)), unnamed_(unnamed) {
   sigemptyset(&signals_);
-  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals_, sig);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&signals_, sig);
   pthread_sigmask(SIG_BLOCK, &signals_, &old_mask_);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGXFSZ, &ignore, &old_xfsz_);
   watcher_ = std::thread(&Temporaries::Watch, this);
 }
 
@@ -27,69 +78,122 @@ Temporaries::~Temporaries() {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const std::string& name : live_) unlink(name.c_str());
     live_.clear();
-    live_.insert("");  // the watcher's cue to end quietly
+    ending_ = true;
   }
   pthread_kill(watcher_.native_handle(), SIGTERM);
   watcher_.join();
   pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+  sigaction(SIGXFSZ, &old_xfsz_, nullptr);
 }
 
 void Temporaries::Watch() {
   int sig = 0;
   sigwait(&signals_, &sig);
   std::lock_guard<std::mutex> lock(mutex_);
-  if (live_.count("") != 0) return;
+  if (ending_) return;
   for (const std::string& name : live_) unlink(name.c_str());
+  if (on_signal_) on_signal_();
   // The lock stays held: no new temporary appears while the process ends.
   signal(sig, SIG_DFL);
   pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
   raise(sig);
 }
 
-std::string Temporaries::Write(const std::string& path, const Frame& frame, const WriteSettings& settings) {
-  const std::size_t slash = path.find_last_of('/');
-  std::string name = path.substr(0, slash + 1) + "." + path.substr(slash + 1) + ".XXXXXX";
-  int fd = -1;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    fd = mkstemp(name.data());
-    if (fd >= 0) live_.insert(name);
+Temporary Temporaries::Hidden(const std::string& folder, const std::string& path) {
+  std::string name = folder + "/.cinebar-XXXXXX";
+  std::lock_guard<std::mutex> lock(mutex_);
+  const int fd = mkostemp(name.data(), O_CLOEXEC);
+  if (fd < 0) Fail(path, std::strerror(errno));
+  live_.insert(name);
+  const mode_t mask = umask(0);  // mkstemp makes the file for its owner only
+  umask(mask);
+  fchmod(fd, 0666 & ~mask);
+  return Temporary(fd, name);
+}
+
+Temporary Temporaries::Write(const std::string& path, const Frame& frame, const WriteSettings& settings) {
+  return Write(path, [&](std::FILE* file) { return WriteFrame(file, frame, settings); });
+}
+
+Temporary Temporaries::Write(const std::string& path, const std::function<std::string(std::FILE*)>& write) {
+  const std::string folder = FolderOf(path);
+  Temporary temporary;
+  if (unnamed_) temporary.fd_ = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  if (temporary.empty()) {
+    if (unnamed_ && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
+      Fail(path, std::strerror(errno));
+    temporary = Hidden(folder, path);
   }
-  if (fd < 0) throw ToolError(kExitOutput, "cannot write " + path + ": " + std::strerror(errno));
-  std::FILE* file = fdopen(fd, "wb");
+  const int copy = dup(temporary.fd_);
+  std::FILE* file = copy >= 0 ? fdopen(copy, "wb") : nullptr;
   std::string why = file == nullptr ? std::strerror(errno) : "";
   if (file != nullptr) {
-    why = WriteFrame(file, frame, settings);
+    why = write(file);
     if ((std::fflush(file) != 0 || std::ferror(file)) && why.empty()) why = std::strerror(errno);
     if (std::fclose(file) != 0 && why.empty()) why = std::strerror(errno);
-  } else {
-    close(fd);
+  } else if (copy >= 0) {
+    close(copy);
   }
+  if (why.empty() && fsync(temporary.fd_) != 0) why = std::strerror(errno);  // whole on disk before its name
   if (!why.empty()) {
-    Remove(name);
-    throw ToolError(kExitOutput, "cannot write " + path + ": " + why);
+    Discard(temporary);
+    Fail(path, why);
   }
-  return name;
+  return temporary;
 }
 
-void Temporaries::Commit(const std::string& name, const std::string& path) {
-  // mkstemp makes the file for its owner only; the result gets the usual mode.
-  const mode_t mask = umask(0);
-  umask(mask);
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::string why;
-  if (chmod(name.c_str(), 0666 & ~mask) != 0 || std::rename(name.c_str(), path.c_str()) != 0) {
-    why = std::strerror(errno);
+std::string Temporaries::LinkUnnamed(Temporary& temporary, const std::string& path, Replace replace) {
+  if (replace == Replace::kNever) {
+    if (LinkDescriptor(temporary.fd_, path) == 0) return "";
+    return errno == EEXIST ? "taken" : std::strerror(errno);
+  }
+  // An atomic replacement needs a name to rename from: a hidden one, for two calls.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    std::string name = FolderOf(path) + "/.cinebar-XXXXXX";
+    const int probe = mkstemp(name.data());  // a fresh unique name, then freed for the link
+    if (probe < 0) return std::strerror(errno);
+    close(probe);
     unlink(name.c_str());
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (LinkDescriptor(temporary.fd_, name) != 0) {
+        if (errno == EEXIST) continue;
+        return std::strerror(errno);
+      }
+      live_.insert(name);
+    }
+    temporary.hidden_ = name;
+    return std::rename(name.c_str(), path.c_str()) == 0 ? "" : std::strerror(errno);
   }
-  live_.erase(name);
-  if (!why.empty()) throw ToolError(kExitOutput, "cannot write " + path + ": " + why);
+  return "no free temporary name";
 }
 
-void Temporaries::Remove(const std::string& name) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  unlink(name.c_str());
-  live_.erase(name);
+void Temporaries::Commit(Temporary temporary, const std::string& path, Replace replace) {
+  std::string why;
+  if (temporary.hidden_.empty()) {
+    why = LinkUnnamed(temporary, path, replace);
+  } else if ((replace == Replace::kNever ? RenameNoReplace(temporary.hidden_, path)
+                                         : std::rename(temporary.hidden_.c_str(), path.c_str())) != 0) {
+    why = errno == EEXIST ? "taken" : std::strerror(errno);
+  }
+  if (why.empty()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    live_.erase(temporary.hidden_);
+    temporary.hidden_.clear();
+  }
+  Discard(temporary);
+  if (why == "taken") Taken(path);
+  if (!why.empty()) Fail(path, why);
+}
+
+void Temporaries::Discard(Temporary& temporary) {
+  if (!temporary.hidden_.empty()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    unlink(temporary.hidden_.c_str());
+    live_.erase(temporary.hidden_);
+    temporary.hidden_.clear();
+  }
+  Temporary gone = std::move(temporary);
 }
 
 }  // namespace cinebar_tool

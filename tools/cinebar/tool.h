@@ -1,6 +1,7 @@
 // The `cinebar` command as a function, so that tests run it in-process.
 #pragma once
 
+#include <cstdio>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -13,6 +14,8 @@ struct Console {
   bool err_is_terminal = false;      // draw a progress bar for sequences
   std::string executable_dir;        // where to look for a module next to the tool
   const char* module_env = nullptr;  // $CINEBAR_MODULE
+  std::FILE* in = stdin;             // frames of IN "-"
+  std::FILE* out_file = stdout;      // frames of OUT "-" (out carries the messages otherwise)
 };
 
 // Runs one command line (without the program name) and returns the exit

@@ -27,9 +27,15 @@ struct NumberPattern {
 // nullopt when the text has no conversion; ToolError(kExitUsage) when it is malformed.
 std::optional<NumberPattern> ParsePattern(const std::string& text);
 
+// "-" as IN or OUT: frames concatenated on standard input or output.
+inline constexpr char kStream[] = "-";
+
 struct Plan {
-  std::vector<FramePair> frames;  // in order
+  std::vector<FramePair> frames;  // in order; none when IN is the stream
   std::vector<long> missing;      // numbers a numbered sequence skips
+  bool numbered = false;          // IN is a pattern
+  bool stream_in = false, stream_out = false;
+  std::optional<NumberPattern> stream_names;  // OUT's pattern for frames read from the stream
 };
 
 // The frames of a render from IN to OUT. A folder or pattern IN needs a
@@ -38,13 +44,28 @@ struct Plan {
 // count from 1). A single IN into a folder OUT (one that exists or ends in
 // "/") keeps its name. Nothing is created. Throws ToolError(kExitInput) for a
 // missing input or a sequence without frames, ToolError(kExitUsage) for
-// mismatched forms and a folder onto itself.
+// mismatched forms and a folder onto itself. IN "-" needs OUT "-" or a pattern.
 Plan PlanFrames(const std::string& in, const std::string& out);
 
 // Refuses an output that is one of the inputs, a link or anything but a
 // regular file, that exists without `overwrite`, or whose folder cannot be
-// one; then creates the missing folders. Throws ToolError.
-void PrepareOutputs(const std::vector<FramePair>& frames, bool overwrite);
+// made or written into. Changes nothing. Throws ToolError.
+void CheckOutputs(const std::vector<FramePair>& frames, bool overwrite);
+// A folder a pattern's names fall in, checked as CheckOutputs checks them.
+void CheckFolderOf(const std::string& path);
+
+// Creates the missing folders of the outputs; removes those it created and
+// that stay empty when it goes out of scope.
+class OutputFolders {
+ public:
+  explicit OutputFolders(const std::vector<std::string>& paths);
+  ~OutputFolders();
+  OutputFolders(const OutputFolders&) = delete;
+  OutputFolders& operator=(const OutputFolders&) = delete;
+
+ private:
+  std::vector<std::string> created_;  // outermost first
+};
 
 // Name order with runs of digits compared as numbers.
 bool NaturalLess(const std::string& a, const std::string& b);

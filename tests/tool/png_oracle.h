@@ -1,0 +1,62 @@
+// libpng as the independent judge of the PNG unit: files written and read by
+// it (with its warnings and errors), chunks spliced into files, memory files.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace cinebar_png_test {
+
+// A picture as libpng writes it: one value a sample (palette indices for
+// colour type 3), rows top to bottom; PLTE and tRNS data written when not empty.
+struct Picture {
+  int width = 1, height = 1, depth = 8, color_type = 2;
+  bool interlaced = false;
+  std::string palette, trns;
+  std::vector<std::uint16_t> samples;
+  int channels() const { return color_type == 3 ? 1 : (color_type & 2 ? 3 : 1) + (color_type & 4 ? 1 : 0); }
+};
+Picture RandomPicture(std::mt19937& random, int max_side);  // any valid form, 1..max_side a side
+std::string WriteWithLibpng(const Picture& picture);
+
+// What libpng makes of a file, expanded (palettes to RGB, low depths to 8
+// bits, tRNS to alpha), with its palette index check on.
+struct Reading {
+  std::string error;                  // empty when it read the file to the end
+  std::vector<std::string> warnings;  // benign errors it let pass
+  int width = 0, height = 0, channels = 0, depth = 0;
+  std::vector<std::uint8_t> samples;
+  std::vector<unsigned> background;  // bKGD as grey or RGB (a palette entry's colour), empty without
+  bool objects() const { return !error.empty() || !warnings.empty(); }
+  std::string objection() const { return error + (warnings.empty() ? "" : warnings[0]); }
+};
+Reading ReadWithLibpng(const std::string& file);
+
+std::string ChunkBytes(const std::string& type, const std::string& data);  // length, type, data, CRC
+// `chunk` inserted before the first chunk of type `before`; the data of every chunk of a type.
+std::string Insert(const std::string& file, const std::string& chunk, const std::string& before);
+std::vector<std::string> ChunksOf(const std::string& file, const std::string& type);
+std::string Zlib(const std::string& bytes);
+// iCCP data holding a minimal profile of colour space "GRAY" or "RGB ".
+std::string IccpData(const std::string& color_space);
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+File ReadFrom(const std::string& bytes);  // a stream over the bytes (kept alive by the caller)
+// Bytes written into a stream by `write`.
+template <typename Write>
+std::string Capture(Write write) {
+  char* bytes = nullptr;
+  std::size_t size = 0;
+  std::FILE* memory = open_memstream(&bytes, &size);
+  write(memory);
+  std::fclose(memory);
+  std::string out(bytes, size);
+  std::free(bytes);
+  return out;
+}
+
+}  // namespace cinebar_png_test
