@@ -191,6 +191,11 @@ void DecodeImage(const PngLayout& png, const std::string& compressed, Frame& fra
                  const ChunkStream& input) {
   const bool direct =
       !png.interlaced && png.form.depth >= 8 && png.form.color_type != kPalette && png.trns.empty();
+  // Room for the widest output a writer may lay over the frame (RGBA rows with
+  // their filter bytes): reserved, not touched, so it costs address space only
+  // and spares a copy of the frame when bars add colour or alpha.
+  const std::size_t sample = frame.deep ? 2 : 1, rows = static_cast<std::size_t>(frame.height);
+  frame.samples.reserve(rows * (static_cast<std::size_t>(frame.width) * 4 * sample + 1));
   if (direct) {
     DecodeInPlace(compressed, frame, input);
   } else {
