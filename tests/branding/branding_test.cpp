@@ -226,10 +226,13 @@ TEST(UnboundBranding, GlobalDataIsZeroTheHeaderAnEmptyTopicAndEverythingStillAns
   ASSERT_EQ(PF_Err_NONE, host.GlobalSetup());
   EXPECT_EQ(std::vector<uint8_t>(80, 0), host.handles().Bytes(host.global_data()));
   ASSERT_EQ(PF_Err_NONE, host.ParamsSetup());
-  const PF_ParamDef& header = host.added_params().at(0).def;
-  EXPECT_EQ(std::vector<A_long>({5, PF_Param_NO_DATA, 0x200, PF_PUI_TOPIC, 0, 0}),
-            std::vector<A_long>({header.uu.id, header.param_type, header.flags, header.ui_flags,
-                                 header.ui_width, header.ui_height}));
+  PF_ParamDef header;  // every byte as the host receives it: the rest stays zero
+  std::memset(&header, 0, sizeof header);
+  header.uu.id = HEADER_DISK_ID;
+  header.param_type = PF_Param_NO_DATA;
+  header.flags = 0x200;
+  header.ui_flags = PF_PUI_TOPIC;
+  EXPECT_EQ(0, std::memcmp(&header, &host.added_params().at(0).def, sizeof header));
   auto applied = host.Apply(World(32, 18));
   PF_EventExtra extra{};
   extra.effect_win.index = PARAM_HEADER;
