@@ -10,6 +10,7 @@
 #include <functional>
 #include <iterator>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/fixtures/effect_host.h"
@@ -110,23 +111,31 @@ TEST(StrictHost, NoticesEachMisdeedOnce) {
 }
 
 // The broker hands out each suite of its table under its name and version
-// alone, one function table per suite, and takes it back.
+// alone, one function table per suite, the host's functions in it bound when
+// it has any, and takes it back.
+template <typename Table>
+void ExpectServed(PF_InData* in, const Served<Table>& row, std::vector<const void*>& tables) {
+  SCOPED_TRACE(row.name);
+  const void* table = nullptr;
+  EXPECT_EQ(0, in->pica_basicP->AcquireSuite(row.name, row.version, &table));
+  ASSERT_NE(nullptr, table);
+  EXPECT_EQ(std::find(tables.begin(), tables.end(), table), tables.end()) << "a table served twice";
+  tables.push_back(table);
+  const bool has_functions = std::any_of(std::begin(kHostFns), std::end(kHostFns),
+                                         [&](const HostFnRow& fn) { return fn.suite == &row; });
+  const Table empty{};
+  EXPECT_EQ(has_functions, std::memcmp(table, &empty, sizeof empty) != 0) << "the host's functions bound";
+  EXPECT_EQ(0, in->pica_basicP->ReleaseSuite(row.name, row.version));
+  const void* other = &tables;
+  EXPECT_EQ(kSuiteNotFound, in->pica_basicP->AcquireSuite(row.name, row.version + 1, &other));
+  EXPECT_EQ(nullptr, other);
+}
+
 TEST(StrictHost, BrokerServesEachSuiteOfItsTable) {
   Host host(Fake);
   g_body = [](auto in, auto, auto) {
     std::vector<const void*> tables;
-    for (const SuiteRow& row : kSuites) {
-      SCOPED_TRACE(row.name);
-      const void* table = nullptr;
-      EXPECT_EQ(0, in->pica_basicP->AcquireSuite(row.name, row.version, &table));
-      EXPECT_NE(nullptr, table);
-      EXPECT_EQ(std::find(tables.begin(), tables.end(), table), tables.end()) << "a table served twice";
-      tables.push_back(table);
-      EXPECT_EQ(0, in->pica_basicP->ReleaseSuite(row.name, row.version));
-      const void* other = &tables;
-      EXPECT_EQ(kSuiteNotFound, in->pica_basicP->AcquireSuite(row.name, row.version + 1, &other));
-      EXPECT_EQ(nullptr, other);
-    }
+    std::apply([&](const auto&... row) { (ExpectServed(in, row, tables), ...); }, kServedSuites);
     return PF_Err_NONE;
   };
   EXPECT_EQ(PF_Err_NONE, host.Command(PF_Cmd_RENDER));
