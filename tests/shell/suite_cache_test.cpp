@@ -94,11 +94,12 @@ TEST(SuiteCacheTable, KnowsEachPairOnce) {
   }
 }
 
-// A broker of the test's own that serves every pair and records what comes back.
-std::vector<Pair> g_released;
-SPErr AcquireAny(const char*, int32_t, const void** suite) {
+// A broker of the test's own that serves every pair and records what goes and comes back.
+std::vector<Pair> g_acquired, g_released;
+SPErr AcquireAny(const char* name, int32_t version, const void** suite) {
   static const int any = 0;
   *suite = &any;
+  g_acquired.emplace_back(name, version);
   return 0;
 }
 SPErr ReleaseAny(const char* name, int32_t version) {
@@ -110,13 +111,17 @@ TEST(SuiteCache, GivesBackSuitesFromEverySlotWord) {
   SPBasicSuite broker{};
   broker.AcquireSuite = AcquireAny;
   broker.ReleaseSuite = ReleaseAny;
+  g_acquired.clear();
   g_released.clear();
   {
     HostSuiteCache cache(&broker);
-    ASSERT_NE(nullptr, cache.Get<LateSuite>());
-    ASSERT_NE(nullptr, cache.Get<PF_FillMatteSuite2>());
+    for (int use = 0; use < 2; ++use) {  // the second use of each finds it in its slot
+      ASSERT_NE(nullptr, cache.Get<LateSuite>());
+      ASSERT_NE(nullptr, cache.Get<PF_FillMatteSuite2>());
+    }
   }
   const SuitePair late = SuiteTraits<LateSuite>::kPair;
+  EXPECT_EQ((std::vector<Pair>{{late.name, late.version}, {"PF Fill Matte Suite", 2}}), g_acquired);
   EXPECT_EQ((std::vector<Pair>{{"PF Fill Matte Suite", 2}, {late.name, late.version}}), g_released);
 }
 
