@@ -10,28 +10,18 @@
 #   kill         a signing killed outright leaves no secret and no output
 #   publish      dist/ is replaced whole, or left as it was; its SHA256SUMS and
 #                the zip's check and their signatures verify
+#   token        the module, both installers and the uninstaller are signed
+#                through a PKCS#11 token and time-stamped, a wrong PIN fails
 #
-#   fail_closed_test.sh settings|certificate|timestamp|kill|publish
-#
-# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
-# shellcheck disable=SC2317  # the helpers run through check
-set -u -o pipefail
-
-for var in CINEBAR_PACKAGING_DIR CINEBAR_UNSIGNED_MODULE CINEBAR_OSSLSIGNCODE CINEBAR_SOFTHSM2 CINEBAR_PYTHON3 \
-           CINEBAR_RELEASE_EPOCH_FILE CINEBAR_STAGE_DIR; do
-  if [ -z "${!var:-}" ]; then
-    echo "fail_closed_test.sh: $var is not set (run it through ctest)" >&2
-    exit 2
-  fi
-done
+#   fail_closed_test.sh settings|certificate|timestamp|kill|publish|token
 here="$(dirname "${BASH_SOURCE[0]}")"
-work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-fail-closed.XXXXXX")"
 # shellcheck source=tests/packaging/checks.sh
 source "$here/checks.sh"
+need CINEBAR_PACKAGING_DIR CINEBAR_UNSIGNED_MODULE CINEBAR_SOFTHSM2 CINEBAR_STAGE_DIR CINEBAR_WINE64 CINEBAR_INSTALLER
 # shellcheck source=tests/packaging/signing_fixtures.sh
 source "$here/signing_fixtures.sh"
-trap 'stop_servers; rm -rf "$work"' EXIT
-quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; exit 2; }; }
+# shellcheck source=tests/packaging/wine.sh
+source "$here/wine.sh"
 # The signing commands see only what a case sets, and keep their scratch files in $work/tmp.
 unset "${!CINEBAR_SIGN_@}"
 mkdir "$work/tmp" "$work/out"
@@ -42,21 +32,10 @@ date -u -d '-2 days' +%s >"$epoch"
 yesterday="$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)"
 
 # sign <output>: signs the unsigned module into <output>.
-signing=("$CINEBAR_PACKAGING_DIR/sign.sh" "$CINEBAR_OSSLSIGNCODE" "$epoch" Cinebar https://example.invalid/
+signing=("$CINEBAR_PACKAGING_DIR/sign.sh" "$OSSLSIGNCODE" "$epoch" "$PRODUCT" https://example.invalid/
          "$CINEBAR_UNSIGNED_MODULE")
 sign() { "${signing[@]}" "$1"; }
-fails() { ! "$@" 2>"$work/stderr"; }
-said() { grep -qF -- "$1" "$work/stderr" || { echo "  no '$1' in:"; sed 's/^/    /' "$work/stderr"; return 1; }; }
-verifies() { "$CINEBAR_OSSLSIGNCODE" verify -CAfile "$1" -in "$2" >/dev/null 2>&1; }
-# A key in a PKCS#12 file: make-test-certificate.sh's, in <folder>.
-use_pkcs12() {
-  export CINEBAR_SIGN_PKCS12="$1/test-signing.p12" CINEBAR_SIGN_CAFILE="$1/test-ca.pem" CINEBAR_SIGN_PASSWORD=""
-}
-use_token() {
-  export CINEBAR_SIGN_PKCS11_MODULE="$CINEBAR_SOFTHSM2" CINEBAR_SIGN_PIN="$PIN"
-  export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=private"
-  export CINEBAR_SIGN_CERT="$work/chain.pem" CINEBAR_SIGN_CAFILE="$work/signing/test-ca.pem"
-}
+verifies() { "$OSSLSIGNCODE" verify -CAfile "$1" -in "$2" >/dev/null 2>&1; }
 
 case_settings() {
   local settings="$work/settings.env"
@@ -152,7 +131,7 @@ case_timestamp() {
   check "two silent servers, then one that answers: signed" timeout 120 "${signing[@]}" "$work/out/stamped.aex" \
     2>"$work/stderr"
   check "... time-stamped by the third" grep -q '^Timestamp Server Signature verification: ok' \
-    <<<"$("$CINEBAR_OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -TSA-CAfile "$CINEBAR_SIGN_TSA_CAFILE" \
+    <<<"$("$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -TSA-CAfile "$CINEBAR_SIGN_TSA_CAFILE" \
       -in "$work/out/stamped.aex" 2>&1)"
   check "... after both silent ones were asked" test -s "$work/second.port.connections"
   check "... each named with its limit" said "$first: no answer within 2 s"
@@ -212,28 +191,49 @@ case_publish() {
   check "verified files: published" publish "$work/stage/$module" "$work/stage/$module.debug"
   check "... dist/ holds the release and the previews only" equals "$(cd "$dist" && find . -type f | sort | xargs)" \
     "./Cinebar-test.zip ./KSCinebar.aex ./KSCinebar.aex.debug ./SHA256SUMS ./SHA256SUMS.sig ./previews/contact-sheet.png"
-  check "... sha256sum -c SHA256SUMS in dist/" bash -c "cd '$dist' && sha256sum --check --strict --quiet SHA256SUMS"
+  check "... SHA256SUMS holds in dist/" sums_hold "$dist"
   mkdir "$work/unzipped"
   quiet unzip -q "$dist/Cinebar-test.zip" -d "$work/unzipped"
-  check "... and in the unpacked zip" bash -c "cd '$work/unzipped/Cinebar-test' && sha256sum --check --strict --quiet SHA256SUMS"
-  check "... which lists all it holds" equals "$(cut -c67- "$work/unzipped/Cinebar-test/SHA256SUMS" | sort | xargs)" \
-    "$(find "$work/unzipped/Cinebar-test" -type f ! -name 'SHA256SUMS*' -printf '%f\n' | sort | xargs)"
+  check "... and in the unpacked zip" sums_hold "$work/unzipped/Cinebar-test"
   for sums in "$dist/SHA256SUMS" "$work/unzipped/Cinebar-test/SHA256SUMS"; do
-    check "$sums: the signature verifies" openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
-      -in "$sums.sig" -CAfile "$work/keys/test-ca.pem" -out /dev/null
-    check "$sums: not against another CA" not openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
-      -in "$sums.sig" -CAfile "$work/stranger/test-ca.pem" -out /dev/null
+    check "$sums: the signature verifies" sums_signed "$sums" "$work/keys/test-ca.pem"
+    check "$sums: not against another CA" not sums_signed "$sums" "$work/stranger/test-ca.pem"
     echo "0000000000000000000000000000000000000000000000000000000000000000  extra" >>"$sums"
-    check "$sums: nor for changed sums" not openssl cms -verify -binary -purpose any -content "$sums" -inform DER \
-      -in "$sums.sig" -CAfile "$work/keys/test-ca.pem" -out /dev/null 2>/dev/null
+    check "$sums: nor for changed sums" not sums_signed "$sums" "$work/keys/test-ca.pem"
+  done
+}
+
+# The build's own scripts sign through the token, with a time stamp from the
+# second server: the first does not answer.
+case_token() {
+  make_token
+  use_token
+  start_tsa
+  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem" CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ $tsa_url"
+  local out="$work/out" file report signer
+  package() { "$CINEBAR_PACKAGING_DIR/package.sh" "$CINEBAR_RELEASE_ENV" "$@"; }
+  check "the module is signed" sign "$out/$MODULE_NAME"
+  check "the installer is built and signed" package installer "$out/setup.exe"
+  check "the MSI package is built and signed" package msi "$out/package.msi"
+  check "a wrong PIN fails" fails env CINEBAR_SIGN_PIN=0000 "${signing[@]}" "$out/wrong-pin.aex"
+  check "... and writes nothing" test ! -e "$out/wrong-pin.aex"
+  # The uninstaller is signed inside makensis: install, then look at it.
+  new_prefix signing
+  install_silently "$out/setup.exe" '/D=C:\Signed'
+  cp "$(unix_path "C:\\Signed\\$UNINSTALLER")" "$out/uninstaller.exe"
+  signer="$(openssl x509 -in "$work/chain.pem" -noout -subject -nameopt compat | sed 's/^subject=//')"
+  for file in "$out/$MODULE_NAME" "$out/setup.exe" "$out/uninstaller.exe" "$out/package.msi"; do
+    report="$("$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -TSA-CAfile "$work/tsa/ca.pem" -in "$file" 2>&1)"
+    echo "---- osslsigncode verify $(basename "$file")" && echo "$report"
+    check "$file: signature verifies" grep -q '^Signature verification: ok' <<<"$report"
+    check "$file: signed by the key in the token" grep -qF "Subject: $signer" <<<"$report"
+    check "$file: time-stamped" grep -qE '^(\s*Timestamp time|The signature is timestamped):' <<<"$report"
+    check "$file: the time stamp's chain verifies" grep -q '^Timestamp Server Signature verification: ok' <<<"$report"
   done
 }
 
 case "${1:-}" in
-  settings | certificate | timestamp | kill | publish) "case_$1" ;;
-  *)
-    echo "usage: $0 settings|certificate|timestamp|kill|publish" >&2
-    exit 2
-    ;;
+  settings | certificate | timestamp | kill | publish | token) "case_$1" ;;
+  *) echo "usage: $0 settings|certificate|timestamp|kill|publish|token" >&2 && exit 2 ;;
 esac
 checks_summary

@@ -1,9 +1,8 @@
-# shellcheck shell=bash disable=SC2034,SC2154  # $work is the sourcing script's; URLs are for it
-# Sourced by the signing tests: a SoftHSM2 token holding a test key, a
-# time-stamp authority on 127.0.0.1 (tsa.py) and a server there that accepts
-# and never answers. Each writes into $work and needs quiet() and
-# CINEBAR_PYTHON3, CINEBAR_PACKAGING_DIR; the servers are stopped by
-# stop_servers.
+# shellcheck shell=bash disable=SC2034,SC2154  # $work is checks.sh's; URLs are for the sourcing script
+# Sourced after checks.sh by the signing tests: a SoftHSM2 token holding a
+# test key, a time-stamp authority on 127.0.0.1 (tsa.py), a server there that
+# accepts and never answers, and the signing settings that use them. The
+# servers stop when the test ends.
 
 readonly PIN=4711-test
 server_pids=()
@@ -11,6 +10,7 @@ stop_servers() {
   local pid
   for pid in "${server_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
 }
+at_exit+=(stop_servers)
 
 # make_token: a test CA and key in $work/signing, the key in a SoftHSM2 token
 # "cinebar-test" (PIN $PIN, object "release"), its certificate and chain in
@@ -32,7 +32,7 @@ make_token() {
 serve() {
   local port_file="$1"
   shift
-  "$CINEBAR_PYTHON3" "$(dirname "${BASH_SOURCE[0]}")/tsa.py" "$@" &
+  "$PYTHON3" "$(dirname "${BASH_SOURCE[0]}")/tsa.py" "$@" &
   server_pids+=($!)
   for _ in $(seq 100); do [ -f "$port_file" ] && break; sleep 0.1; done
   [ -f "$port_file" ] || { echo "tsa.py $* did not start" >&2; exit 2; }
@@ -80,4 +80,15 @@ CNF
 start_silent_server() {
   serve "$work/$1.port" --silent "$work/$1.port"
   silent_url="http://127.0.0.1:$(cat "$work/$1.port")/"
+}
+
+# The signing settings: a key in a PKCS#12 file (make-test-certificate.sh's, in
+# <folder>), or the token's.
+use_pkcs12() {
+  export CINEBAR_SIGN_PKCS12="$1/test-signing.p12" CINEBAR_SIGN_CAFILE="$1/test-ca.pem" CINEBAR_SIGN_PASSWORD=""
+}
+use_token() {
+  export CINEBAR_SIGN_PKCS11_MODULE="$CINEBAR_SOFTHSM2" CINEBAR_SIGN_PIN="$PIN"
+  export CINEBAR_SIGN_PKCS11_KEY="pkcs11:token=cinebar-test;object=release;type=private"
+  export CINEBAR_SIGN_CERT="$work/chain.pem" CINEBAR_SIGN_CAFILE="$work/signing/test-ca.pem"
 }
