@@ -21,16 +21,13 @@ quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; exit 2; }; }
 passed=0
 failed=0
 check() {  # check <description> <command...>: runs the command, counts the result
-  local what="$1"
+  local what="$1" status
   shift
   "$@"
-  local status=$?
-  if [ "$status" -eq 0 ]; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    echo "FAIL: $what (exit code $status)"
-  fi
+  status=$?
+  [ "$status" -eq 0 ] && passed=$((passed + 1)) && return
+  failed=$((failed + 1))
+  echo "FAIL: $what (exit code $status)"
 }
 not() { ! "$@"; }
 equals() { [ "$1" = "$2" ] || { echo "  got '$1', expected '$2'"; return 1; }; }
@@ -40,11 +37,7 @@ said() { grep -qF -- "$1" "$work/stderr" || { echo "  no '$1' in:"; sed 's/^/   
 contains() { grep -qF -- "$2" <<<"$1" || { echo "  no '$2' in:"; sed 's/^/    /' <<<"$1" | head -n 40; return 1; }; }
 # eventually <command...>: succeeds within a minute (a program that Windows
 # runs on after its parent returned).
-eventually() {
-  local _
-  for _ in $(seq 600); do "$@" && return 0; sleep 0.1; done
-  return 1
-}
+eventually() { for _ in $(seq 600); do "$@" && return 0; sleep 0.1; done; return 1; }
 # sums_signed <SHA256SUMS> <CA file>: its detached CMS signature verifies.
 sums_signed() {
   openssl cms -verify -binary -purpose any -content "$1" -inform DER -in "$1.sig" -CAfile "$2" -out /dev/null 2>/dev/null
@@ -56,7 +49,4 @@ sums_hold() {
     equals "$(sed -E 's/^[0-9a-f]{64}  //' "$1/SHA256SUMS" | sort | xargs)" \
       "$(cd "$1" && find . -type f ! -name 'SHA256SUMS*' ! -path './previews/*' | sed 's|^\./||' | sort | xargs)"
 }
-checks_summary() {
-  echo "$passed passed, $failed failed"
-  [ "$failed" -eq 0 ]
-}
+checks_summary() { echo "$passed passed, $failed failed" && [ "$failed" -eq 0 ]; }

@@ -1,19 +1,13 @@
 #!/usr/bin/env bash
-# Signing and publishing that fail closed, one case per run:
-#   settings     the build signs with the environment it runs in, not the one
-#                of its first configure, and re-signs when that changes
-#   certificate  a certificate outside its validity or not for code signing
-#                is refused before signing; a signature or time stamp that
-#                does not verify against the configured CAs is not kept
-#   timestamp    a time-stamp server that accepts and never answers costs its
-#                time limit, then the next one is asked
-#   kill         a signing killed outright leaves no secret and no output
-#   publish      dist/ is replaced whole, or left as it was; its SHA256SUMS and
-#                the zip's check and their signatures verify
-#   token        the module, both installers and the uninstaller are signed
-#                through a PKCS#11 token and time-stamped, a wrong PIN fails
-#
-#   fail_closed_test.sh settings|certificate|timestamp|kill|publish|token
+# Signing and publishing that fail closed, one case per run: settings (the
+# build signs with the environment it runs in, re-signing when it changes),
+# certificate (one outside its validity or not for code signing refused; a
+# signature or time stamp that does not verify against the configured CAs not
+# kept), timestamp (a server that never answers costs its time limit, then the
+# next is asked), kill (no secret and no output left), publish (dist/ replaced
+# whole or left as it was; sums that check and signatures that verify), token
+# (the module, both installers and the uninstaller signed through a PKCS#11
+# token and time-stamped; a wrong PIN fails).
 here="$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tests/packaging/checks.sh
 source "$here/checks.sh"
@@ -47,39 +41,37 @@ case_settings() {
   # shellcheck source=/dev/null
   setting() { (source "$settings" && printf '%s' "${!1}"); }
   unchanged() { [ "$(stat -c %Y "$settings")" = 0 ]; }
+  # resolved <case> <signs again: yes|no> [<setting>=<value>...]: the build reads the environment
+  resolved() {
+    local what="$1" again="$2" pair
+    shift 2
+    touch -d @0 "$settings"
+    check "$what: read by the build" resolve
+    for pair; do check "$what: ${pair%%=*}" equals "$(setting "${pair%%=*}")" "${pair#*=}"; done
+    if [ "$again" = yes ]; then check "$what: signs again" not unchanged; else check "$what: signs nothing" unchanged; fi
+  }
   make_token
   # A tree configured without a key: the cache holds empty settings but for one time-stamp server.
   printf 'set(configured_CINEBAR_SIGN_TIMESTAMP_URL [==[http://configured.invalid/]==])\n' >"$work/configured.cmake"
-  check "no key: the test certificate" resolve
-  check "... is named" equals "$(setting CINEBAR_SIGN_PKCS12)" "$work/signing/test-signing.p12"
-  check "... with the test CA" cmp -s "$work/verify-ca.pem" "$work/signing/test-ca.pem"
-  check "... and the cache's time-stamp server" equals "$(setting CINEBAR_SIGN_TIMESTAMP_URL)" http://configured.invalid/
+  resolved "no key" yes "CINEBAR_SIGN_PKCS12=$work/signing/test-signing.p12" \
+    "CINEBAR_SIGN_TIMESTAMP_URL=http://configured.invalid/"
+  check "no key: the test CA" cmp -s "$work/verify-ca.pem" "$work/signing/test-ca.pem"
   use_token
   export CINEBAR_SIGN_TIMESTAMP_URL="http://first.invalid/"
-  touch -d @0 "$settings"
-  check "exports after configuring: read by the build" resolve
-  check "... the token's library" equals "$(setting CINEBAR_SIGN_PKCS11_MODULE)" "$CINEBAR_SOFTHSM2"
-  check "... the key's URI, semicolons and all" equals "$(setting CINEBAR_SIGN_PKCS11_KEY)" "$CINEBAR_SIGN_PKCS11_KEY"
-  check "... the time-stamp server" equals "$(setting CINEBAR_SIGN_TIMESTAMP_URL)" http://first.invalid/
-  check "... so everything is signed again" not unchanged
+  resolved "exports after configuring" yes "CINEBAR_SIGN_PKCS11_MODULE=$CINEBAR_SOFTHSM2" \
+    "CINEBAR_SIGN_PKCS11_KEY=$CINEBAR_SIGN_PKCS11_KEY" "CINEBAR_SIGN_TIMESTAMP_URL=http://first.invalid/"
   check "the PIN is not written" not grep -qF "$PIN" "$settings"
-  touch -d @0 "$settings"
-  check "the same environment again" resolve
-  check "... signs nothing again" unchanged
+  resolved "the same environment again" no
   export CINEBAR_SIGN_TIMESTAMP_URL="http://second.invalid/"
-  check "another time-stamp server" resolve
-  check "... is read" equals "$(setting CINEBAR_SIGN_TIMESTAMP_URL)" http://second.invalid/
-  check "... and signs again" not unchanged
-  touch -d @0 "$settings"
+  resolved "another time-stamp server" yes "CINEBAR_SIGN_TIMESTAMP_URL=http://second.invalid/"
   quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/other"
   quiet openssl pkcs12 -in "$work/other/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
-  check "a new certificate at the same path" resolve
-  check "... signs again" not unchanged
+  resolved "a new certificate at the same path" yes
   export CINEBAR_SIGN_CERT="$work/no-such-chain.pem"
-  check "a certificate that is not there" fails resolve
+  check "a certificate that is not there: refused" fails resolve
   check "... is named" said CINEBAR_SIGN_CERT
   export CINEBAR_SIGN_TIMESTAMP_TIMEOUT=soon CINEBAR_SIGN_CERT="$work/chain.pem"
-  check "a time limit that is no number" fails resolve
+  check "a time limit that is no number: refused" fails resolve
   check "... is named" said CINEBAR_SIGN_TIMESTAMP_TIMEOUT
 }
 
@@ -113,7 +105,7 @@ case_certificate() {
   export CINEBAR_SIGN_TSA_CAFILE="$work/valid/test-ca.pem"
   check "a time stamp another CA does not vouch for: refused" fails sign "$work/out/other-tsa.aex"
   check "... and not kept" test ! -e "$work/out/other-tsa.aex"
-  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem"
+  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/test-ca.pem"
   check "a time stamp its CA vouches for: kept" sign "$work/out/stamped.aex"
 }
 
@@ -125,7 +117,7 @@ case_timestamp() {
   start_silent_server first
   local first="$silent_url"
   start_silent_server second
-  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=2
+  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/test-ca.pem" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=2
   # The outer limit only keeps a hang from stalling the suite: 124 is a hang.
   export CINEBAR_SIGN_TIMESTAMP_URL="$first $silent_url $tsa_url"
   check "two silent servers, then one that answers: signed" timeout 120 "${signing[@]}" "$work/out/stamped.aex" \
@@ -150,8 +142,7 @@ case_kill() {
   export CINEBAR_SIGN_TIMESTAMP_URL="$silent_url" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=600
   setsid "${signing[@]}" "$work/out/killed.aex" 2>/dev/null &
   local pid=$!
-  for _ in $(seq 300); do [ -s "$work/silent.port.connections" ] && break; sleep 0.1; done
-  check "signing waits on the silent server" test -s "$work/silent.port.connections"
+  check "signing waits on the silent server" eventually test -s "$work/silent.port.connections"
   check "while it waits, no file holds the PIN" not grep -rlF "$PIN" "$work/tmp" "$work/out"
   kill -KILL -- "-$pid"
   wait "$pid" 2>/dev/null
@@ -209,7 +200,7 @@ case_token() {
   make_token
   use_token
   start_tsa
-  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/ca.pem" CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ $tsa_url"
+  export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/test-ca.pem" CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ $tsa_url"
   local out="$work/out" file report signer
   package() { "$CINEBAR_PACKAGING_DIR/package.sh" "$CINEBAR_RELEASE_ENV" "$@"; }
   check "the module is signed" sign "$out/$MODULE_NAME"
@@ -223,7 +214,7 @@ case_token() {
   cp "$(unix_path "C:\\Signed\\$UNINSTALLER")" "$out/uninstaller.exe"
   signer="$(openssl x509 -in "$work/chain.pem" -noout -subject -nameopt compat | sed 's/^subject=//')"
   for file in "$out/$MODULE_NAME" "$out/setup.exe" "$out/uninstaller.exe" "$out/package.msi"; do
-    report="$("$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -TSA-CAfile "$work/tsa/ca.pem" -in "$file" 2>&1)"
+    report="$("$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -TSA-CAfile "$work/tsa/test-ca.pem" -in "$file" 2>&1)"
     echo "---- osslsigncode verify $(basename "$file")" && echo "$report"
     check "$file: signature verifies" grep -q '^Signature verification: ok' <<<"$report"
     check "$file: signed by the key in the token" grep -qF "Subject: $signer" <<<"$report"

@@ -1,17 +1,10 @@
 #!/usr/bin/env bash
-# Checks the release files in dist/ the way a studio's deployment and a crash
-# investigation meet them:
-#   - the module, the installer and the MSI package carry valid SHA-256
-#     Authenticode signatures with the build date, and a changed byte breaks
-#     them;
-#   - the module ships without debug sections, and is otherwise section for
-#     section the linked one (code, property list, resources, imports);
-#   - its GNU debug link finds dist/KSCinebar.aex.debug, which turns an
-#     address from a crash report into a source line;
-#   - SHA256SUMS covers every release file and carries a signature that
-#     verifies; the zip holds the same for its own files.
-#
-# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
+# Checks the release files in dist/ as a studio's deployment and a crash
+# investigation meet them: SHA-256 Authenticode signatures with the build date
+# that a changed byte breaks; a module without debug sections but otherwise
+# the linked one, whose debug link finds the symbols that turn a crash
+# report's address into a source line; SHA256SUMS, in dist/ and in the zip,
+# that checks and is signed.
 here="$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tests/packaging/checks.sh
 source "$here/checks.sh"
@@ -20,8 +13,6 @@ need CINEBAR_OBJDUMP CINEBAR_OBJCOPY CINEBAR_ADDR2LINE CINEBAR_SHIPPED_MODULE CI
 dist="$(dirname "$CINEBAR_SHIPPED_MODULE")"
 module_name="$(basename "$CINEBAR_SHIPPED_MODULE")"
 symbols="$CINEBAR_SHIPPED_MODULE.debug"
-
-# ---- signatures ----------------------------------------------------------------
 
 verify() { "$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -in "$1" 2>&1; }  # the report; its exit code
 # The time as OpenSSL prints it.
@@ -40,8 +31,6 @@ for file in "$CINEBAR_SHIPPED_MODULE" "$CINEBAR_INSTALLER" "$CINEBAR_MSI"; do
   check "$name: a changed byte fails verification" not cmp -s "$file" "$work/$name"
   check "$name: ... and is caught" not verify "$work/$name" >/dev/null
 done
-
-# ---- symbols -----------------------------------------------------------------------
 
 sections() { "$CINEBAR_OBJDUMP" -h "$1" | awk '$1 ~ /^[0-9]+$/ { print $2 }'; }
 shipped_sections="$(sections "$CINEBAR_SHIPPED_MODULE")"
@@ -71,8 +60,6 @@ check "$module_name.debug: offset $offset is EntryPointFunc in plugin/entry_poin
 check "$module_name: objdump follows the debug link to $module_name.debug" contains \
   "$(cd "$work" && "$CINEBAR_OBJDUMP" --dwarf=follow-links --dwarf=decodedline "$CINEBAR_SHIPPED_MODULE" 2>&1 |
     head -n 1)" "(loaded from $symbols)"
-
-# ---- sums ------------------------------------------------------------------------------
 
 listed="$(sed -E 's/^[0-9a-f]{64}  //' "$dist/SHA256SUMS" | sort)"
 for file in "$CINEBAR_SHIPPED_MODULE" "$symbols" "$CINEBAR_INSTALLER" "$CINEBAR_MSI"; do

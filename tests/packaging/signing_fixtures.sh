@@ -38,39 +38,17 @@ serve() {
   [ -f "$port_file" ] || { echo "tsa.py $* did not start" >&2; exit 2; }
 }
 
-# start_tsa: a time-stamp authority with a CA of its own ($work/tsa/ca.pem);
+# start_tsa: a time-stamp authority with a test CA of its own ($work/tsa/test-ca.pem);
 # its URL in tsa_url.
 start_tsa() {
   local tsa="$work/tsa"
-  mkdir "$tsa"
-  quiet openssl req -x509 -newkey rsa:3072 -nodes -keyout "$tsa/ca.key" -out "$tsa/ca.pem" -days 2 \
-    -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA CA - not trusted" \
-    -addext "basicConstraints=critical,CA:true" -addext "keyUsage=critical,keyCertSign"
-  quiet openssl req -new -newkey rsa:3072 -nodes -keyout "$tsa/tsa.key" -out "$tsa/tsa.csr" \
-    -subj "/O=Cinebar Test Signing/CN=Cinebar Test TSA - not trusted"
-  printf 'basicConstraints=critical,CA:false\nkeyUsage=critical,digitalSignature\nextendedKeyUsage=critical,timeStamping\n' \
-    >"$tsa/ext"
-  quiet openssl x509 -req -in "$tsa/tsa.csr" -CA "$tsa/ca.pem" -CAkey "$tsa/ca.key" -CAcreateserial -days 2 \
-    -extfile "$tsa/ext" -out "$tsa/tsa.pem"
-  cat >"$tsa/ts.cnf" <<CNF
-[tsa]
-default_tsa = test_tsa
-[test_tsa]
-serial = $tsa/serial
-crypto_device = builtin
-signer_cert = $tsa/tsa.pem
-certs = $tsa/ca.pem
-signer_key = $tsa/tsa.key
-signer_digest = sha256
-default_policy = 1.3.6.1.4.1.57264.1
-digests = sha256, sha384, sha512
-accuracy = secs:1
-ordering = no
-tsa_name = no
-ess_cert_id_chain = no
-ess_cert_id_alg = sha256
-CNF
+  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$tsa" 19700101000000Z 20991231235959Z timeStamping
+  quiet openssl pkcs12 -in "$tsa/test-signing.p12" -passin pass: -nodes -nocerts -out "$tsa/tsa.key"
+  quiet openssl pkcs12 -in "$tsa/test-signing.p12" -passin pass: -clcerts -nokeys -out "$tsa/tsa.pem"
   echo 01 >"$tsa/serial"
+  printf '%s\n' "[tsa]" "default_tsa = test" "[test]" "serial = $tsa/serial" "signer_cert = $tsa/tsa.pem" \
+    "certs = $tsa/test-ca.pem" "signer_key = $tsa/tsa.key" "signer_digest = sha256" "digests = sha256" \
+    "default_policy = 1.3.6.1.4.1.57264.1" "ess_cert_id_alg = sha256" >"$tsa/ts.cnf"
   serve "$tsa/port" "$tsa/ts.cnf" "$tsa/port"
   tsa_url="http://127.0.0.1:$(cat "$tsa/port")/"
 }

@@ -1,14 +1,11 @@
 #!/usr/bin/python3
 """A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1.
 
-    tsa.py <openssl ts config> <port file>
-    tsa.py --silent <port file>
+    tsa.py <openssl ts config> <port file>   answers with `openssl ts -reply`
+    tsa.py --silent <port file>              accepts and never answers; one
+                                             line in <port file>.connections each
 
-Answers every POSTed time-stamp query with `openssl ts -reply` under the
-config's [tsa] section, writes the port it listens on to <port file> and
-serves until it is killed. With --silent it accepts every connection and
-never answers, a server that hangs, and appends a line to <port
-file>.connections for each connection.
+Writes the port it listens on to <port file>, serves until it is killed.
 """
 import http.server
 import os

@@ -15,11 +15,11 @@ readonly AE_KEY="HKLM\\SOFTWARE\\Adobe\\After Effects" SAVED_KEY="HKLM\\$MSI_KEY
 readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-ins\\7.0\\MediaCore\\$CATEGORY"
 readonly UNINSTALLER="Uninstall $PRODUCT.exe"
 
+# Debian's Wine keeps the server's socket in a temporary folder named in the
+# prefix; it outlives the server.
 stop_prefix() {
   [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ] || return 0
   stop_windows
-  # Debian's Wine keeps the server's socket in a temporary folder named in
-  # the prefix; it outlives the server.
   local server_dir
   server_dir="$(cat "$WINEPREFIX/wineserver" 2>/dev/null)"
   case "$server_dir" in wine-?*) rm -rf "${TMPDIR:-/tmp}/$server_dir" ;; esac
@@ -29,14 +29,8 @@ at_exit+=(stop_prefix)
 # The prefix's Wine server stays up from the boot until the test ends. A
 # server that ends after a few idle seconds (Wine's default) can be ending just
 # as the next Windows program of the test connects, which then fails.
-start_windows() {
-  "$WINESERVER" -p </dev/null >/dev/null 2>&1
-  "$WINE" wineboot "$@" >/dev/null 2>&1
-}
-stop_windows() {
-  "$WINESERVER" -k >/dev/null 2>&1 || true
-  "$WINESERVER" -w
-}
+start_windows() { "$WINESERVER" -p </dev/null >/dev/null 2>&1 && "$WINE" wineboot "$@" >/dev/null 2>&1; }
+stop_windows() { "$WINESERVER" -k >/dev/null 2>&1; "$WINESERVER" -w; }
 restart_windows() { stop_windows; start_windows --restart; }  # files waiting for it are renamed or removed
 
 new_prefix() {  # new_prefix <name> [WINEARCH]
@@ -83,7 +77,7 @@ msi() { local action="$1" package="$2"; shift 2; "$WINE" msiexec "$action" "$(wi
 
 # Wine hands a Windows exit code to a Unix parent as its low byte.
 exits() { local want="$1"; shift; "$@"; equals "$?" "$((want & 255))"; }
-modules() { find "$WINEPREFIX/drive_c" -iname "$MODULE_NAME" | wc -l; }
+modules() { find "$WINEPREFIX/drive_c" -iname "$MODULE_NAME*" | wc -l; }  # a file waiting for a restart too
 module_is() { cmp -s "$(unix_path "$1\\$MODULE_NAME")" "$2"; }
 signed() {  # signed <file>: a valid Authenticode signature
   "$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -in "$1" >/dev/null 2>&1
