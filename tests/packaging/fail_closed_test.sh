@@ -64,7 +64,7 @@ case_settings() {
   resolved "the same environment again" no
   export CINEBAR_SIGN_TIMESTAMP_URL="http://second.invalid/"
   resolved "another time-stamp server" yes "CINEBAR_SIGN_TIMESTAMP_URL=http://second.invalid/"
-  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/other"
+  make_certificate "$work/other"
   quiet openssl pkcs12 -in "$work/other/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
   resolved "a new certificate at the same path" yes
   export CINEBAR_SIGN_CERT="$work/no-such-chain.pem"
@@ -77,7 +77,7 @@ case_settings() {
 
 case_certificate() {
   local row what start end usage message
-  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/valid"
+  make_certificate "$work/valid"
   use_pkcs12 "$work/valid"
   check "a valid certificate signs" sign "$work/out/valid.aex"
   check "... and the signature verifies" verifies "$work/valid/test-ca.pem" "$work/out/valid.aex"
@@ -87,7 +87,7 @@ case_certificate() {
              "issued after the build date|$yesterday|20991231235959Z|codeSigning|(the build date)" \
              "not for code signing|19700101000000Z|20991231235959Z|emailProtection|not for code signing"; do
     IFS='|' read -r what start end usage message <<<"$row"
-    quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/$what" "$start" "$end" "$usage"
+    make_certificate "$work/$what" "$start" "$end" "$usage"
     use_pkcs12 "$work/$what"
     check "$what: refused" fails sign "$work/out/$what.aex"
     check "$what: says so" said "$message"
@@ -110,12 +110,9 @@ case_certificate() {
 }
 
 case_timestamp() {
-  local started
-  make_token
-  use_token
-  start_tsa
-  start_silent_server first
-  local first="$silent_url"
+  local started first
+  make_token && use_token && start_tsa && start_silent_server first
+  first="$silent_url"
   start_silent_server second
   export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/test-ca.pem" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=2
   # The outer limit only keeps a hang from stalling the suite: 124 is a hang.
@@ -136,9 +133,7 @@ case_timestamp() {
 }
 
 case_kill() {
-  make_token
-  use_token
-  start_silent_server silent
+  make_token && use_token && start_silent_server silent
   export CINEBAR_SIGN_TIMESTAMP_URL="$silent_url" CINEBAR_SIGN_TIMESTAMP_TIMEOUT=600
   setsid "${signing[@]}" "$work/out/killed.aex" 2>/dev/null &
   local pid=$!
@@ -162,17 +157,16 @@ case_publish() {
       "$CINEBAR_PACKAGING_DIR/../LICENSE" "$@" 2>"$work/stderr"
   }
   snapshot() { (cd "$dist" && find . -type f -exec sha256sum {} + | sort); }
-  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/keys"
-  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/stranger"
+  make_certificate "$work/keys"
+  make_certificate "$work/stranger"
   use_pkcs12 "$work/keys"
   mkdir -p "$work/stage" "$dist/previews"
   quiet sign "$work/stage/$module"
   cp "$CINEBAR_STAGE_DIR/$module.debug" "$work/stage/"
   echo "the last release" >"$dist/Cinebar-0.9-win64.zip"
   echo "preview" >"$dist/previews/contact-sheet.png"
-  use_pkcs12 "$work/stranger"
-  quiet sign "$work/stranger.aex"
-  use_pkcs12 "$work/keys"
+  CINEBAR_SIGN_PKCS12="$work/stranger/test-signing.p12" CINEBAR_SIGN_CAFILE="$work/stranger/test-ca.pem" \
+    quiet sign "$work/stranger.aex"
   before="$(snapshot)"
   check "a file signed by another key: not published" fails publish "$work/stage/$module.debug" \
     "$work/stranger.aex"
@@ -197,9 +191,7 @@ case_publish() {
 # The build's own scripts sign through the token, with a time stamp from the
 # second server: the first does not answer.
 case_token() {
-  make_token
-  use_token
-  start_tsa
+  make_token && use_token && start_tsa
   export CINEBAR_SIGN_TSA_CAFILE="$work/tsa/test-ca.pem" CINEBAR_SIGN_TIMESTAMP_URL="http://127.0.0.1:9/ $tsa_url"
   local out="$work/out" file report signer
   package() { "$CINEBAR_PACKAGING_DIR/package.sh" "$CINEBAR_RELEASE_ENV" "$@"; }

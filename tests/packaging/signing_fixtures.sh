@@ -5,6 +5,8 @@
 # servers stop when the test ends.
 
 readonly PIN=4711-test
+# Test certificates with chosen dates and usage, from this tree whichever packaging is tested.
+make_certificate() { quiet "$(dirname "${BASH_SOURCE[0]}")/../../packaging/make-test-certificate.sh" "$@"; }
 server_pids=()
 stop_servers() {
   local pid
@@ -16,16 +18,16 @@ at_exit+=(stop_servers)
 # "cinebar-test" (PIN $PIN, object "release"), its certificate and chain in
 # $work/chain.pem.
 make_token() {
-  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$work/signing"
-  quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nodes -nocerts -out "$work/key.pem"
-  quiet openssl pkcs8 -topk8 -nocrypt -in "$work/key.pem" -out "$work/key.p8"
+  make_certificate "$work/signing"
+  openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nodes -nocerts |
+    quiet openssl pkcs8 -topk8 -nocrypt -out "$work/key.p8"
   quiet openssl pkcs12 -in "$work/signing/test-signing.p12" -passin pass: -nokeys -out "$work/chain.pem"
   mkdir "$work/tokens"
   export SOFTHSM2_CONF="$work/softhsm2.conf"
   printf 'directories.tokendir = %s\nobjectstore.backend = file\nlog.level = ERROR\n' "$work/tokens" >"$SOFTHSM2_CONF"
   quiet softhsm2-util --init-token --free --label cinebar-test --so-pin 87654321 --pin "$PIN"
   quiet softhsm2-util --import "$work/key.p8" --token cinebar-test --label release --id 01 --pin "$PIN"
-  rm -f "$work/key.pem" "$work/key.p8"
+  rm -f "$work/key.p8"
 }
 
 # serve <port file> <tsa.py arguments...>: starts tsa.py, waits for its port.
@@ -34,15 +36,14 @@ serve() {
   shift
   "$PYTHON3" "$(dirname "${BASH_SOURCE[0]}")/tsa.py" "$@" &
   server_pids+=($!)
-  for _ in $(seq 100); do [ -f "$port_file" ] && break; sleep 0.1; done
-  [ -f "$port_file" ] || { echo "tsa.py $* did not start" >&2; exit 2; }
+  eventually test -f "$port_file" || { echo "tsa.py $* did not start" >&2; exit 2; }
 }
 
 # start_tsa: a time-stamp authority with a test CA of its own ($work/tsa/test-ca.pem);
 # its URL in tsa_url.
 start_tsa() {
   local tsa="$work/tsa"
-  quiet "$CINEBAR_PACKAGING_DIR/make-test-certificate.sh" "$tsa" 19700101000000Z 20991231235959Z timeStamping
+  make_certificate "$tsa" 19700101000000Z 20991231235959Z timeStamping
   quiet openssl pkcs12 -in "$tsa/test-signing.p12" -passin pass: -nodes -nocerts -out "$tsa/tsa.key"
   quiet openssl pkcs12 -in "$tsa/test-signing.p12" -passin pass: -clcerts -nokeys -out "$tsa/tsa.pem"
   echo 01 >"$tsa/serial"

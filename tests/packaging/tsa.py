@@ -12,20 +12,13 @@ import os
 import socket
 import subprocess
 import sys
-import tempfile
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         query = self.rfile.read(int(self.headers.get("Content-Length", 0)))
-        with tempfile.TemporaryDirectory() as work:
-            path = os.path.join(work, "query")
-            with open(path, "wb") as f:
-                f.write(query)
-            reply = subprocess.run(
-                ["openssl", "ts", "-reply", "-config", sys.argv[1], "-queryfile", path],
-                capture_output=True,
-            )
+        reply = subprocess.run(["openssl", "ts", "-reply", "-config", sys.argv[1], "-queryfile", "/dev/stdin"],
+                               input=query, capture_output=True)
         if reply.returncode != 0:
             self.send_error(500, reply.stderr.decode(errors="replace"))
             return

@@ -60,11 +60,8 @@ set_after_effects() {
   local entry
   IFS=';' read -ra entries <<<"${1#-}"
   for entry in "${entries[@]}"; do
-    if [ -n "${entry#*=}" ]; then
-      reg add "$AE_KEY\\${entry%%=*}" /v CommonPluginInstallPath /d "${entry#*=}" /f
-    else
-      reg add "$AE_KEY\\${entry%%=*}" /v InstallPath /d "C:\\Adobe\\${entry%%=*}" /f
-    fi
+    [ -z "${entry#*=}" ] || reg add "$AE_KEY\\${entry%%=*}" /v CommonPluginInstallPath /d "${entry#*=}" /f
+    reg add "$AE_KEY\\${entry%%=*}" /v InstallPath /d "C:\\Adobe\\${entry%%=*}" /f
   done
 }
 
