@@ -1,4 +1,4 @@
-# shellcheck shell=bash disable=SC2034,SC2317  # names for the sourcing scripts; helpers run through check
+# shellcheck shell=bash disable=SC2034,SC2317,SC2001  # names for the sourcing scripts; helpers run through check
 # Sourced by every packaging test: the settings check, the release's names
 # (release.env), a scratch folder, counted checks and small predicates. Each
 # script ends with `checks_summary`, which prints the counts and fails when
@@ -15,11 +15,11 @@ need() {  # need <variable...>: each set by tests/packaging/CMakeLists.txt
 }
 work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-packaging-test.XXXXXX")"
 at_exit=()
-trap 'for f in "${at_exit[@]}"; do "$f"; done; rm -rf "$work"' EXIT
+run_at_exit() { local f; for f in "${at_exit[@]}"; do "$f"; done; rm -rf "$work"; }
+trap run_at_exit EXIT
 quiet() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; exit 2; }; }
 
-passed=0
-failed=0
+passed=0 failed=0
 check() {  # check <description> <command...>: runs the command, counts the result
   local what="$1" status
   shift

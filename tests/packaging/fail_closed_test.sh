@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
-# Signing and publishing that fail closed, one case per run: settings (the
-# build signs with the environment it runs in, re-signing when it changes),
-# certificate (one outside its validity or not for code signing refused; a
-# signature or time stamp that does not verify against the configured CAs not
-# kept), timestamp (a server that never answers costs its time limit, then the
-# next is asked), kill (no secret and no output left), publish (dist/ replaced
-# whole or left as it was; sums that check and signatures that verify), token
-# (the module, both installers and the uninstaller signed through a PKCS#11
-# token and time-stamped; a wrong PIN fails).
+# Signing and publishing that fail closed, one case per run: settings (the build signs with the
+# environment it runs in, re-signing when it changes), certificate (one outside its validity or not
+# for code signing refused; a signature or time stamp that does not verify against the configured
+# CAs not kept), timestamp (a server that never answers costs its time limit, then the next is
+# asked), kill (no secret and no output left), publish (dist/ replaced whole or left as it was; sums
+# that check and signatures that verify), token (the module, both installers and the uninstaller
+# signed through a PKCS#11 token and time-stamped; a wrong PIN fails).
+# shellcheck disable=SC2317  # the helpers run through check
 here="$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tests/packaging/checks.sh
 source "$here/checks.sh"
@@ -177,8 +176,7 @@ case_publish() {
   check "... dist/ holds the release and the previews only" equals "$(cd "$dist" && find . -type f | sort | xargs)" \
     "./Cinebar-test.zip ./KSCinebar.aex ./KSCinebar.aex.debug ./SHA256SUMS ./SHA256SUMS.sig ./previews/contact-sheet.png"
   check "... SHA256SUMS holds in dist/" sums_hold "$dist"
-  mkdir "$work/unzipped"
-  quiet unzip -q "$dist/Cinebar-test.zip" -d "$work/unzipped"
+  check "... the zip unpacks" unzip -q "$dist/Cinebar-test.zip" -d "$work/unzipped"
   check "... and in the unpacked zip" sums_hold "$work/unzipped/Cinebar-test"
   for sums in "$dist/SHA256SUMS" "$work/unzipped/Cinebar-test/SHA256SUMS"; do
     check "$sums: the signature verifies" sums_signed "$sums" "$work/keys/test-ca.pem"

@@ -87,8 +87,8 @@ step() {  # step <case> <step>
 }
 
 run_case() {  # run_case <row of CASES>
-  local group name records steps folder whose sibling list s other
-  IFS='|' read -r group name records steps folder whose sibling <<<"$1"
+  local name records steps folder whose sibling list s other
+  IFS='|' read -r _ name records steps folder whose sibling <<<"$1"
   echo "case: $name"
   case_folder="$folder"
   set_after_effects "$records"
@@ -152,9 +152,7 @@ check_nsis_entry() {  # check_nsis_entry <case> <folder> <whose module>
 }
 
 run_group() {
-  local row
   for row in "${CASES[@]}"; do [ "${row%%|*}" != "$1" ] || run_case "$row"; done
-  set_after_effects -
 }
 
 # The package's own facts, and the two entries in Settings > Apps agree.
@@ -183,11 +181,9 @@ test_msi_entry() {
   check "the NSIS installer uninstalls" uninstall_silently
 }
 entry_values() {  # the values both packages write, one per line; the folder without its last backslash
-  local name value
+  local name
   for name in DisplayName DisplayVersion Publisher InstallLocation URLInfoAbout HelpLink Comments NoModify NoRepair; do
-    value="$(reg_value "$1" "$name")"
-    [ "$name" != InstallLocation ] || value="${value%\\}"
-    printf '%s=%s\n' "$name" "$value"
+    printf '%s=%s\n' "$name" "$(reg_value "$1" "$name" | sed 's/\\$//')"
   done
 }
 msi_cell() {  # msi_cell <package> <table> <key> <column>: one cell of the row whose first column is <key>
@@ -204,33 +200,21 @@ for i in range(count):
 }
 
 # hold <Windows module>: a program keeps the module loaded, as a running After
-# Effects does, until release.
+# Effects does, until release; then Windows restarts.
 hold() {
-  : >"$work/holder.out"
   "$WINE" "$(winepath_w "$CINEBAR_HOLD_MODULE")" "$1" "C:\\release-module" >"$work/holder.out" 2>&1 &
   holder=$!
   eventually grep -q loaded "$work/holder.out" || { cat "$work/holder.out"; return 1; }
 }
-release() {
-  touch "$(unix_path "C:\\release-module")"
-  wait "$holder"
-  rm -f "$(unix_path "C:\\release-module")"
-  restart_windows
-}
-pending_renames() {
-  "$WINE" reg query "HKLM\\System\\CurrentControlSet\\Control\\Session Manager" /v PendingFileRenameOperations \
-    2>/dev/null | tr -d '\r'
-}
+release() { touch "$(unix_path "C:\\release-module")" && wait "$holder" && rm "$(unix_path "C:\\release-module")"; restart_windows; }
+pending_renames() { reg_value "HKLM\\System\\CurrentControlSet\\Control\\Session Manager" PendingFileRenameOperations; }
 
 # The x86 build of the installer reaches the RunningX64 check in .onInit,
 # which must refuse and leave nothing behind. That needs 32-bit Wine, which a
 # 64-bit-only Wine does not have: then the case is skipped.
 test_refuse_32bit() {
   WINE="$(dirname "$CINEBAR_WINE64")/wine"
-  if [ ! -x "$WINE" ] || ! ls /usr/lib/*/wine/i386-unix >/dev/null 2>&1; then
-    echo "SKIP: no 32-bit Wine here to play 32-bit Windows; the refusal in .onInit is not exercised"
-    exit 77
-  fi
+  if [ ! -x "$WINE" ] || ! ls /usr/lib/*/wine/i386-unix >/dev/null 2>&1; then echo "SKIP: no 32-bit Wine" && exit 77; fi
   new_prefix win32 win32
   check "x86 installer on 32-bit Windows: exits $EXIT_UNSUPPORTED" exits "$EXIT_UNSUPPORTED" \
     install_silently "$CINEBAR_X86_INSTALLER"

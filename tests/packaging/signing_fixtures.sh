@@ -1,8 +1,6 @@
 # shellcheck shell=bash disable=SC2034,SC2154  # $work is checks.sh's; URLs are for the sourcing script
-# Sourced after checks.sh by the signing tests: a SoftHSM2 token holding a
-# test key, a time-stamp authority on 127.0.0.1 (tsa.py), a server there that
-# accepts and never answers, and the signing settings that use them. The
-# servers stop when the test ends.
+# Sourced after checks.sh by the signing tests: a SoftHSM2 token holding a test key, a time-stamp
+# authority on 127.0.0.1 (tsa.py), one that never answers, and signing settings that use them.
 
 readonly PIN=4711-test
 # Test certificates with chosen dates and usage, from this tree whichever packaging is tested.

@@ -1,11 +1,8 @@
 #!/usr/bin/python3
-"""A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1.
+"""A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1, until killed.
 
     tsa.py <openssl ts config> <port file>   answers with `openssl ts -reply`
-    tsa.py --silent <port file>              accepts and never answers; one
-                                             line in <port file>.connections each
-
-Writes the port it listens on to <port file>, serves until it is killed.
+    tsa.py --silent <port file>              never answers; a line in <port file>.connections each
 """
 import http.server
 import os

@@ -1,8 +1,6 @@
-# shellcheck shell=bash disable=SC2034  # constants for the scripts that source this
-# Sourced after checks.sh by the packaging tests that run Windows programs: a
-# private Wine prefix per test (removed at exit), paths, the registry, the
-# After Effects installations a test pretends to have, and both installers
-# run silently.
+# shellcheck shell=bash disable=SC2034,SC2154  # $work is checks.sh's; constants for the scripts that source this
+# Sourced after checks.sh by the tests that run Windows programs: a private Wine prefix per test,
+# paths, the registry, the After Effects versions a test pretends to have, both installers silently.
 
 export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
 unset DISPLAY WAYLAND_DISPLAY
