@@ -28,7 +28,6 @@ yesterday="$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)"
 signing=("$CINEBAR_PACKAGING_DIR/sign.sh" "$OSSLSIGNCODE" "$epoch" "$PRODUCT" https://example.invalid/
          "$CINEBAR_UNSIGNED_MODULE")
 sign() { "${signing[@]}" "$1"; }
-verifies() { "$OSSLSIGNCODE" verify -CAfile "$1" -in "$2" >/dev/null 2>&1; }
 
 case_settings() {
   local settings="$work/settings.env"
@@ -79,7 +78,7 @@ case_certificate() {
   make_certificate "$work/valid"
   use_pkcs12 "$work/valid"
   check "a valid certificate signs" sign "$work/out/valid.aex"
-  check "... and the signature verifies" verifies "$work/valid/test-ca.pem" "$work/out/valid.aex"
+  check "... and the signature verifies" "$OSSLSIGNCODE" verify -CAfile "$work/valid/test-ca.pem" -in "$work/out/valid.aex"
   # name | not before | not after | extended key usage | what the refusal says
   for row in "expired|20200101000000Z|20210101000000Z|codeSigning|(the build date)" \
              "expired since the build date|19700101000000Z|$yesterday|codeSigning|(now)" \

@@ -25,12 +25,11 @@ declare -A MODULE=([this]="$CINEBAR_SHIPPED_MODULE" [older]="$CINEBAR_OLDER_MODU
 readonly AE24="24.0=C:\\AE24\\Plug-ins" AE24_FOLDER="C:\\AE24\\Plug-ins\\$CATEGORY"
 readonly CHOSEN="C:\\Chosen Place\\Effects" ELSEWHERE="C:\\Else\\Effects"
 
-# group | case | After Effects versions and the folder each records ("-": none) |
-# steps, separated by ';': "<nsis|msi>,<package>,<exit code>[,<folder named>]", "<nsis|msi>-x,<package>,
-# <exit code>" (the documented uninstall; "!0": any failure), "entry-x" (the uninstall command of the
-# entry in Settings > Apps), "ae,<records>", "hold" and "release" (a running host holds the module, then
-# lets it go and Windows restarts) | folder the module ends in | whose module it is ("none": uninstalled) |
-# another module of the suite in that folder (yes/no), which the uninstall must keep
+# group | case | After Effects versions and the folder each records ("-": none) | steps, separated by ';':
+# "<nsis|msi>,<package>,<exit code>[,<folder named>]", "<nsis|msi>-x,<package>,<exit code>" (the documented
+# uninstall; "!0": any failure), "entry-x" (the uninstall command of the entry in Settings > Apps),
+# "ae,<records>", "hold" and "release" (a host holds the module, then lets it go and Windows restarts) |
+# folder the module ends in | whose module it is ("none": uninstalled) | another module of the suite there?
 readonly CASES=(
   "install|no After Effects recorded|-|nsis,this,0|$FALLBACK_FOLDER|this|no"
   "install|After Effects 24.0 records a folder|24.0=C:\\Cinebar Test\\AE 24\\Plug-ins\\|nsis,this,0|\
@@ -86,8 +85,14 @@ step() {  # step <case> <step>
   else check "$1: $tool $package $folder exits $code" exits "$code" "${@:2}"; fi
 }
 
+# Takes away what a failed case left, so that the next starts clean.
+reset() {
+  [ "$(apps_entries)" = 0 ] || for p in this older newer rebuilt; do msi /x "${PACKAGE[msi $p]}"; done
+  find "$WINEPREFIX/drive_c" -iname "$MODULE_NAME*" -delete; reg delete "$UNINSTALL_KEY" /f; reg delete "$SAVED_KEY" /f
+}
 run_case() {  # run_case <row of CASES>
   local name records steps folder whose sibling list s other
+  reset
   IFS='|' read -r _ name records steps folder whose sibling <<<"$1"
   echo "case: $name"
   case_folder="$folder"
@@ -122,13 +127,12 @@ run_case() {  # run_case <row of CASES>
 apps_entries() {  # how many entries of Settings > Apps name the product
   "$WINE" reg query "$APPS_KEY" /s /reg:64 2>/dev/null | tr -d '\r' | grep -cE "^    DisplayName    REG_SZ    $PRODUCT\$"
 }
-
 version_info() { exiftool -s3 "-$1" "$2"; }  # version_info <field> <program>
 kilobytes() { echo $((($(stat -c %s "$1") + 1023) / 1024)); }
 
 check_nsis_entry() {  # check_nsis_entry <case> <folder> <whose module>
   local name="$1" folder="$2" uninstaller="$2\\$UNINSTALLER"
-  local module="$folder\\$MODULE_NAME" size
+  local module="$folder\\$MODULE_NAME"
   if [ "$3" != this ]; then
     check "$name: DisplayVersion is not this one's" differs "$(reg_value "$UNINSTALL_KEY" DisplayVersion)" "$VERSION"
     return
@@ -144,8 +148,7 @@ check_nsis_entry() {  # check_nsis_entry <case> <folder> <whose module>
               "UninstallString=\"$uninstaller\""; do
     check "$name: ${pair%%=*}" equals "$(reg_value "$UNINSTALL_KEY" "${pair%%=*}")" "${pair#*=}"
   done
-  size="$(reg_value "$UNINSTALL_KEY" EstimatedSize)"
-  check "$name: EstimatedSize is the installed files in KB" equals "$((size))" \
+  check "$name: EstimatedSize is the installed files in KB" equals "$(($(reg_value "$UNINSTALL_KEY" EstimatedSize)))" \
     $(($(kilobytes "$(unix_path "$module")") + $(kilobytes "$(unix_path "$uninstaller")")))
   check "$name: no branding library shipped" \
     test -z "$(find "$WINEPREFIX/drive_c" -iname 'TWBranding.dll' -print -quit)"

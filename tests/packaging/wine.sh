@@ -3,8 +3,7 @@
 # paths, the registry, the After Effects versions a test pretends to have, both installers silently.
 
 export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-unset DISPLAY WAYLAND_DISPLAY
-WINE="$CINEBAR_WINE64"
+unset DISPLAY WAYLAND_DISPLAY && WINE="$CINEBAR_WINE64"
 WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver64"
 [ -x "$WINESERVER" ] || WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver"
 
