@@ -106,7 +106,7 @@ run_case() {  # run_case <row of CASES>
     check "$name: the uninstall entry goes" eventually not has_key "$UNINSTALL_KEY"
     return
   fi
-  check "$name: the $whose module is in $folder" module_is "$folder" "${MODULE[$whose]}"
+  check "$name: $folder holds the module of the $whose package" module_is "$folder" "${MODULE[$whose]}"
   check "$name: ... alone" equals "$(modules)" 1
   check "$name: one entry in Settings > Apps" equals "$(apps_entries)" 1
   if has_key "$UNINSTALL_KEY"; then
