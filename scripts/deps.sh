@@ -14,6 +14,7 @@ CINEBAR_PACKAGES=(
   nsis zip unzip osslsigncode openssl                   # packaging and signing
   wixl msitools python3 python3-olefile                 # the MSI package (msitools: msibuild, msiinfo)
   softhsm2 libengine-pkcs11-openssl                     # tests of signing through PKCS#11
+  libimage-exiftool-perl                                # tests: version information of Windows programs
   gdb-mingw-w64                                         # reading crash addresses (docs/crash-reports.md)
 )
 # The tool's side-by-side benchmark (bench/vs_ffmpeg.sh) measures against

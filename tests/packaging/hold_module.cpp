@@ -1,10 +1,5 @@
-// Plays a running After Effects that has loaded an effect module: loads the
-// module named on the command line, says so on standard output, and keeps it
-// loaded until the file named second exists.
-//
-//   hold_module.exe <module> <release file>
-//
-// Exit code 0 after the release, 1 when the module does not load.
+// Plays a running After Effects: loads the module named first, says "loaded"
+// and keeps it loaded until the file named second exists.
 #include <windows.h>
 
 #include <cstdio>

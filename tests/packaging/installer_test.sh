@@ -1,293 +1,236 @@
 #!/usr/bin/env bash
-# Runs the installer and the uninstaller silently under Wine, in a private
-# prefix made for this run and removed afterwards.
-#
-#   installer_test.sh install        plug-in folder choice, installed module,
-#                                    Programs and Features entry, uninstall
-#   installer_test.sh update         updates keep the folder; a downgrade is
-#                                    refused
-#   installer_test.sh in-use         a module held by a running host is
-#                                    replaced or removed at the next restart
-#   installer_test.sh refuse-32bit   the x86 installer on 32-bit Windows
-#                                    installs nothing and exits non-zero
-#
-# tests/packaging/CMakeLists.txt sets the CINEBAR_* variables read below.
-set -u -o pipefail
-
-for var in CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPED_MODULE CINEBAR_SHELL_TEST \
-           CINEBAR_INSTALLER_OLDER CINEBAR_INSTALLER_NEWER CINEBAR_OLDER_MODULE CINEBAR_NEWER_MODULE \
-           CINEBAR_HOLD_MODULE CINEBAR_PYTHON3 CINEBAR_OSSLSIGNCODE CINEBAR_PRODUCT CINEBAR_PUBLISHER CINEBAR_VERSION CINEBAR_CATEGORY CINEBAR_MODULE_NAME; do
-  if [ -z "${!var:-}" ]; then
-    echo "installer_test.sh: $var is not set (run it through ctest)" >&2
-    exit 2
-  fi
-done
-
-readonly UNINSTALLER="Uninstall $CINEBAR_PRODUCT.exe"
-readonly EXIT_UNSUPPORTED=2        # the installer's exit codes: refused on 32-bit Windows,
-readonly EXIT_NEWER_INSTALLED=4    # refused over a newer version,
-readonly EXIT_RESTART_NEEDED=3010  # done once Windows restarts
-readonly SKIP=77
-
+# The NSIS installer, its uninstaller and the MSI package, run silently under
+# Wine in a private prefix, one case group per run: install (folders, the
+# installed module and its entry in Settings > Apps), update (folders kept,
+# downgrades refused), msi (the same, another build of one version, the two
+# installers side by side), in-use (a module held by a running host waits for
+# a restart), refuse-32bit (the x86 installer on 32-bit Windows).
+here="$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tests/packaging/checks.sh
-source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
+source "$here/checks.sh"
+need CINEBAR_WINE64 CINEBAR_INSTALLER CINEBAR_X86_INSTALLER CINEBAR_SHIPPED_MODULE CINEBAR_SHELL_TEST \
+  CINEBAR_INSTALLER_OLDER CINEBAR_INSTALLER_NEWER CINEBAR_OLDER_MODULE CINEBAR_NEWER_MODULE CINEBAR_HOLD_MODULE \
+  CINEBAR_MSI CINEBAR_MSI_OLDER CINEBAR_MSI_NEWER CINEBAR_MSI_REBUILT CINEBAR_REBUILT_MODULE CINEBAR_MSIINFO \
+  CINEBAR_SIGN_CAFILE
 # shellcheck source=tests/packaging/wine.sh
-source "$(dirname "${BASH_SOURCE[0]}")/wine.sh"
+source "$here/wine.sh"
+# The NSIS installer's exit codes, and msiexec's 1603 (fatal error: a downgrade or a launch condition refused).
+readonly EXIT_UNSUPPORTED=2 EXIT_MSI_INSTALLED=3 EXIT_NEWER_INSTALLED=4 EXIT_RESTART_NEEDED=3010 EXIT_REFUSED=1603
 
-# The FileDescription in a program's version resource.
-file_description() {
-  "$CINEBAR_PYTHON3" -c 'import sys
-data = open(sys.argv[1], "rb").read()
-key = "FileDescription\0".encode("utf-16-le")
-at = data.find(key) + len(key)
-at += at % 4
-print(data[at:data.find(b"\0\0", at) + 1].decode("utf-16-le"))' "$1"
+declare -A PACKAGE=([nsis this]="$CINEBAR_INSTALLER" [nsis older]="$CINEBAR_INSTALLER_OLDER"
+  [nsis newer]="$CINEBAR_INSTALLER_NEWER" [msi this]="$CINEBAR_MSI" [msi older]="$CINEBAR_MSI_OLDER"
+  [msi newer]="$CINEBAR_MSI_NEWER" [msi rebuilt]="$CINEBAR_MSI_REBUILT")
+declare -A MODULE=([this]="$CINEBAR_SHIPPED_MODULE" [older]="$CINEBAR_OLDER_MODULE" [newer]="$CINEBAR_NEWER_MODULE"
+  [rebuilt]="$CINEBAR_REBUILT_MODULE")
+readonly AE24="24.0=C:\\AE24\\Plug-ins" AE24_FOLDER="C:\\AE24\\Plug-ins\\$CATEGORY"
+readonly CHOSEN="C:\\Chosen Place\\Effects" ELSEWHERE="C:\\Else\\Effects"
+
+# group | case | After Effects versions and the folder each records ("-": none) | steps, separated by ';':
+# "<nsis|msi>,<package>,<exit code>[,<folder named>]", "<nsis|msi>-x,<package>,<exit code>" (the documented
+# uninstall; "!0": any failure), "entry-x" (the uninstall command of the entry in Settings > Apps),
+# "ae,<records>", "hold" and "release" (a host holds the module, then lets it go and Windows restarts) |
+# folder the module ends in | whose module it is ("none": uninstalled) | another module of the suite there?
+readonly CASES=(
+  "install|no After Effects recorded|-|nsis,this,0|$FALLBACK_FOLDER|this|no"
+  "install|After Effects 24.0 records a folder|24.0=C:\\Cinebar Test\\AE 24\\Plug-ins\\|nsis,this,0|\
+C:\\Cinebar Test\\AE 24\\Plug-ins\\$CATEGORY|this|yes"
+  "install|newest version that records a folder|23.0=C:\\AE23\\Plug-ins;$AE24;25.0=;9.0=C:\\AE9\\Plug-ins|\
+nsis,this,0|$AE24_FOLDER|this|yes"
+  "install|folder chosen with /D=|$AE24|nsis,this,0,$CHOSEN|$CHOSEN|this|no"
+  "update|update of an install into a folder chosen with /D=|$AE24|nsis,older,0,$CHOSEN;nsis,this,0|$CHOSEN|this|no"
+  "update|update with /D= moves the module|$AE24|nsis,older,0,$CHOSEN;nsis,this,0,$ELSEWHERE|$ELSEWHERE|this|no"
+  "update|update after After Effects' plug-in folder moved|$AE24|\
+nsis,this,0,$ELSEWHERE;ae,24.0=C:\\New AE\\Plug-ins;nsis,this,0|$ELSEWHERE|this|no"
+  "update|downgrade|$AE24|nsis,newer,0;nsis,this,$EXIT_NEWER_INSTALLED;nsis,newer,0|$AE24_FOLDER|newer|no"
+  "msi|no After Effects recorded|-|msi,this,0;msi,this,0|$FALLBACK_FOLDER|this|yes"
+  "msi|newest listed version that records a folder|23.0=C:\\AE23\\Plug-ins;24.0=C:\\AE 24\\Plug-ins\\;25.0=;9.0=C:\\AE9|\
+msi,this,0;msi,this,0|C:\\AE 24\\Plug-ins\\$CATEGORY|this|yes"
+  "msi|INSTALLFOLDER= on the command line|$AE24|msi,this,0,$CHOSEN;msi,this,0,$CHOSEN|$CHOSEN|this|yes"
+  "msi|uninstall after the plug-in folder moved|24.0=C:\\Old AE\\Plug-ins|msi,this,0;ae,24.0=C:\\New AE\\Plug-ins|\
+C:\\Old AE\\Plug-ins\\$CATEGORY|this|no"
+  "msi|upgrade from an older version|$AE24|msi,older,0;msi,this,0;msi-x,older,!0|$AE24_FOLDER|this|no"
+  "msi|upgrade keeps the folder chosen with INSTALLFOLDER=|$AE24|msi,older,0,$CHOSEN;msi,this,0|$CHOSEN|this|no"
+  "msi|upgrade with INSTALLFOLDER= moves the module|$AE24|msi,older,0,$CHOSEN;msi,this,0,$ELSEWHERE|$ELSEWHERE|this|no"
+  "msi|the same version from another build|$AE24|msi,this,0;msi,rebuilt,0|$AE24_FOLDER|rebuilt|no"
+  "msi|... and this build over it again|$AE24|msi,this,0;msi,rebuilt,0;msi,this,0|$AE24_FOLDER|this|no"
+  "msi|downgrade|$AE24|msi,newer,0;msi,this,$EXIT_REFUSED|$AE24_FOLDER|newer|yes"
+  "msi|NSIS installer first|$AE24|nsis,this,0;msi,this,$EXIT_REFUSED|$AE24_FOLDER|this|no"
+  "msi|MSI package first|$AE24|msi,this,0;nsis,this,$EXIT_MSI_INSTALLED|$AE24_FOLDER|this|no"
+  "install|uninstaller of the uninstall entry|$AE24|nsis,this,0;entry-x|$AE24_FOLDER|none|no"
+  "in-use|update while the host holds the module|-|nsis,this,0;hold;nsis,newer,$EXIT_RESTART_NEEDED;release|\
+$FALLBACK_FOLDER|newer|no"
+  "in-use|uninstall while the host holds the module|-|nsis,this,0;hold;nsis-x,,$EXIT_RESTART_NEEDED;release|\
+$FALLBACK_FOLDER|none|no"
+)
+
+step() {  # step <case> <step>
+  local tool package code folder options=()
+  IFS=',' read -r tool package code folder <<<"$2"
+  case "$tool" in
+    ae) set_after_effects "$package" && return ;;
+    nsis) [ -z "$folder" ] || read -ra options <<<"/D=$folder"  # unquoted, as Windows passes it
+          set -- "$1" install_silently "${PACKAGE[nsis $package]}" "${options[@]}" ;;
+    msi) set -- "$1" msi /i "${PACKAGE[msi $package]}" ${folder:+"INSTALLFOLDER=$folder"} ;;
+    msi-x) set -- "$1" msi /x "${PACKAGE[msi $package]}" ;;
+    nsis-x) set -- "$1" uninstall_silently ;;
+    hold) check "$1: a host loads the installed module" hold "$case_folder\\$MODULE_NAME" && return ;;
+    release) check "$1: the change waits for the restart" grep -qF "$case_folder\\$MODULE_NAME" <<<"$(pending_renames)"
+             release && return ;;
+    entry-x) local command="\"$case_folder\\$UNINSTALLER\" /S"
+             check "$1: the quiet uninstall command is the uninstaller with /S" \
+               equals "$(reg_value "$UNINSTALL_KEY" QuietUninstallString)" "$command"
+             set -- "$1" "$WINE" "$case_folder\\$UNINSTALLER" /S ;;  # returns at once, goes on from a copy
+  esac
+  if [ "$code" = '!0' ]; then check "$1: $tool $package fails" not "${@:2}"
+  else check "$1: $tool $package $folder exits $code" exits "$code" "${@:2}"; fi
 }
+
+# Takes away what a failed case left, so that the next starts clean.
+reset() {
+  [ "$(apps_entries)" = 0 ] || for p in this older newer rebuilt; do msi /x "${PACKAGE[msi $p]}"; done
+  find "$WINEPREFIX/drive_c" -iname "$MODULE_NAME*" -delete; reg delete "$UNINSTALL_KEY" /f; reg delete "$SAVED_KEY" /f
+}
+run_case() {  # run_case <row of CASES>
+  local name records steps folder whose sibling list s other
+  reset
+  IFS='|' read -r _ name records steps folder whose sibling <<<"$1"
+  echo "case: $name"
+  case_folder="$folder"
+  set_after_effects "$records"
+  other="$(unix_path "$folder\\TWOtherEffect.aex")"
+  [ "$sibling" = no ] || { mkdir -p "$(dirname "$other")" && echo "other module" >"$other"; }
+  IFS=';' read -ra list <<<"$steps"
+  for s in "${list[@]}"; do step "$name" "$s"; done
+  if [ "$whose" = none ]; then
+    check "$name: the folder goes" eventually test ! -e "$(unix_path "$folder")"
+    check "$name: the uninstall entry goes" eventually not has_key "$UNINSTALL_KEY"
+    return
+  fi
+  check "$name: $folder holds the module of the $whose package" module_is "$folder" "${MODULE[$whose]}"
+  check "$name: ... alone" equals "$(modules)" 1
+  check "$name: one entry in Settings > Apps" equals "$(apps_entries)" 1
+  if has_key "$UNINSTALL_KEY"; then
+    check_nsis_entry "$name" "$folder" "$whose"
+    check "$name: the uninstall exits 0" uninstall_silently
+    check "$name: the uninstaller is gone" equals "$(find "$WINEPREFIX/drive_c" -iname "$UNINSTALLER" | wc -l)" 0
+  else
+    check "$name: the folder is recorded" equals "$(reg_value "$SAVED_KEY" InstallFolder)" "$folder\\"
+    check "$name: uninstalls" exits 0 msi /x "${PACKAGE[msi $whose]}"
+    check "$name: the record is gone" not has_key "$SAVED_KEY"
+  fi
+  check "$name: the module is gone" equals "$(modules)" 0
+  check "$name: the uninstall entry is gone" equals "$(apps_entries)" 0
+  if [ "$sibling" = yes ]; then check "$name: the suite's other module is kept" test -f "$other"
+  else check "$name: the folder is gone" test ! -e "$(unix_path "$folder")"; fi
+  rm -rf "$(unix_path "$folder")"
+}
+apps_entries() {  # how many entries of Settings > Apps name the product
+  "$WINE" reg query "$APPS_KEY" /s /reg:64 2>/dev/null | tr -d '\r' | grep -cE "^    DisplayName    REG_SZ    $PRODUCT\$"
+}
+version_info() { exiftool -s3 "-$1" "$2"; }  # version_info <field> <program>
 kilobytes() { echo $((($(stat -c %s "$1") + 1023) / 1024)); }
 
-# ---- checks of one installation ---------------------------------------------------
-
-check_installed() {  # check_installed <case> <expected Windows folder of the module>
-  local name="$1" folder="$2"
-  local module="$folder\\$CINEBAR_MODULE_NAME"
-  local module_file
-  module_file="$(unix_path "$module")"
-
-  check "$name: the module is at $module" test -f "$module_file"
-  check "$name: the installed module is the shipped one" cmp -s "$module_file" "$CINEBAR_SHIPPED_MODULE"
+check_nsis_entry() {  # check_nsis_entry <case> <folder> <whose module>
+  local name="$1" folder="$2" uninstaller="$2\\$UNINSTALLER"
+  local module="$folder\\$MODULE_NAME"
+  if [ "$3" != this ]; then
+    check "$name: DisplayVersion is not this one's" differs "$(reg_value "$UNINSTALL_KEY" DisplayVersion)" "$VERSION"
+    return
+  fi
   # The shell tests, run against the installed file: it loads, sets up and answers as built.
   check "$name: the installed module loads and answers the shell tests" \
     env CINEBAR_MODULE_UNDER_TEST="$module" "$WINE" "$(winepath_w "$CINEBAR_SHELL_TEST")" \
     --gtest_filter='ModuleShell.*' --gtest_brief=1
-
-  check "$name: the uninstaller is signed" signed "$(unix_path "$folder\\$UNINSTALLER")"
+  check "$name: the uninstaller is signed" signed "$(unix_path "$uninstaller")"
   check "$name: the uninstaller describes itself" \
-    equals "$(file_description "$(unix_path "$folder\\$UNINSTALLER")")" "$CINEBAR_PRODUCT uninstaller"
-
-  check "$name: DisplayName" equals "$(reg_value "$UNINSTALL_KEY" DisplayName)" "$CINEBAR_PRODUCT"
-  check "$name: Publisher" equals "$(reg_value "$UNINSTALL_KEY" Publisher)" "$CINEBAR_PUBLISHER"
-  check "$name: DisplayVersion" equals "$(reg_value "$UNINSTALL_KEY" DisplayVersion)" "$CINEBAR_VERSION"
-  check "$name: InstallLocation" equals "$(reg_value "$UNINSTALL_KEY" InstallLocation)" "$folder"
-  check "$name: UninstallString" equals "$(reg_value "$UNINSTALL_KEY" UninstallString)" \
-    "\"$folder\\$UNINSTALLER\""
-  local size expected
-  size="$(reg_value "$UNINSTALL_KEY" EstimatedSize)"
-  expected=$(($(kilobytes "$module_file") + $(kilobytes "$(unix_path "$folder\\$UNINSTALLER")")))
-  check "$name: EstimatedSize is the installed files in KB" equals "$((size))" "$expected"
+    equals "$(version_info FileDescription "$(unix_path "$uninstaller")")" "$PRODUCT uninstaller"
+  for pair in "DisplayName=$PRODUCT" "Publisher=$PUBLISHER" "DisplayVersion=$VERSION" "InstallLocation=$folder" \
+              "UninstallString=\"$uninstaller\""; do
+    check "$name: ${pair%%=*}" equals "$(reg_value "$UNINSTALL_KEY" "${pair%%=*}")" "${pair#*=}"
+  done
+  check "$name: EstimatedSize is the installed files in KB" equals "$(($(reg_value "$UNINSTALL_KEY" EstimatedSize)))" \
+    $(($(kilobytes "$(unix_path "$module")") + $(kilobytes "$(unix_path "$uninstaller")")))
   check "$name: no branding library shipped" \
     test -z "$(find "$WINEPREFIX/drive_c" -iname 'TWBranding.dll' -print -quit)"
 }
 
-check_uninstalled() {  # check_uninstalled <case> <Windows folder of the module>
-  local name="$1" folder="$2"
-  check "$name: the uninstall exits 0" uninstall_silently
-  check "$name: the module is gone" test ! -e "$(unix_path "$folder\\$CINEBAR_MODULE_NAME")"
-  check "$name: the uninstaller is gone" test ! -e "$(unix_path "$folder\\$UNINSTALLER")"
-  check "$name: the uninstall entry is gone" not has_key "$UNINSTALL_KEY"
+run_group() {
+  for row in "${CASES[@]}"; do [ "${row%%|*}" != "$1" ] || run_case "$row"; done
 }
 
-# ---- the cases -------------------------------------------------------------------
-
-# name | After Effects versions and the folder each records ("-": none) |
-# folder the module is expected in | folder given with /D= (none: empty) |
-# another module of the suite in that folder (yes/no)
-readonly FOLDER_CASES=(
-  "no After Effects recorded|-|$FALLBACK_FOLDER\\$CINEBAR_CATEGORY||no"
-  "After Effects 24.0 records a folder|24.0=C:\\Cinebar Test\\AE 24\\Plug-ins\\|C:\\Cinebar Test\\AE 24\\Plug-ins\\$CINEBAR_CATEGORY||yes"
-  "newest version that records a folder|23.0=C:\\AE23\\Plug-ins;24.0=C:\\AE24\\Plug-ins;25.0=;9.0=C:\\AE9\\Plug-ins|C:\\AE24\\Plug-ins\\$CINEBAR_CATEGORY||yes"
-  "folder chosen with /D=|24.0=C:\\AE24\\Plug-ins|C:\\Chosen Place\\Effects|C:\\Chosen Place\\Effects|no"
-)
-
-test_install() {
-  new_prefix install
-  local row name records folder chosen sibling other
-  local -a options
-  for row in "${FOLDER_CASES[@]}"; do
-    IFS='|' read -r name records folder chosen sibling <<<"$row"
-    echo "case: $name"
-    set_after_effects "$records"
-    options=()
-    [ -z "$chosen" ] || read -ra options <<<"/D=$chosen"  # unquoted, like _?=
-    # Another module of the suite in the same folder must survive the uninstall.
-    other="$(unix_path "$folder\\TWOtherEffect.aex")"
-    if [ "$sibling" = yes ]; then
-      mkdir -p "$(dirname "$other")"
-      echo "other module" >"$other"
-    fi
-
-    check "$name: the installer exits 0" install_silently "$CINEBAR_INSTALLER" "${options[@]}"
-    check_installed "$name" "$folder"
-    check_uninstalled "$name" "$folder"
-    if [ "$sibling" = yes ]; then
-      check "$name: the suite's other module is kept" test -f "$other"
-    else
-      check "$name: the folder is gone" test ! -e "$(unix_path "$folder")"
-    fi
-    rm -rf "$(unix_path "$folder")"
+# The package's own facts, and the two entries in Settings > Apps agree.
+test_msi_entry() {
+  check "the package is signed" signed "$CINEBAR_MSI"
+  check "the package gives the module its file version" \
+    equals "$(msi_cell "$CINEBAR_MSI" File Module 5)" "$(version_info FileVersionNumber "$CINEBAR_SHIPPED_MODULE")"
+  echo "case: the two entries in Settings > Apps agree"
+  set_after_effects "$AE24"
+  check "the package installs" exits 0 msi /i "$CINEBAR_MSI"
+  local msi_entry nsis_entry icon uninstaller_icon
+  msi_entry="$(entry_values "$APPS_KEY\\$(msi_cell "$CINEBAR_MSI" Property ProductCode 2)")"
+  check "the package uninstalls" exits 0 msi /x "$CINEBAR_MSI"
+  check "the NSIS installer installs" install_silently "$CINEBAR_INSTALLER"
+  nsis_entry="$(entry_values "$UNINSTALL_KEY")"
+  check "the entries agree" equals "$nsis_entry" "$msi_entry"
+  check "the entries name the product page" grep -qxF "URLInfoAbout=$PRODUCT_PAGE" <<<"$nsis_entry"
+  check "the entries name the folder" grep -qxF "InstallLocation=$AE24_FOLDER" <<<"$nsis_entry"
+  # Wine's msiexec writes no DisplayIcon: the icons are compared in the files.
+  icon="$(msi_cell "$CINEBAR_MSI" Property ARPPRODUCTICON 2)"
+  check "the package names an icon for its entry" differs "$icon" ""
+  "$CINEBAR_MSIINFO" extract "$CINEBAR_MSI" "Icon.$icon" >"$work/entry.ico"
+  uninstaller_icon="$(reg_value "$UNINSTALL_KEY" DisplayIcon)"
+  check "the NSIS entry's icon is its uninstaller's" equals "$uninstaller_icon" "$AE24_FOLDER\\$UNINSTALLER,0"
+  check "both entries show the same icon" icon_in "$work/entry.ico" "$(unix_path "${uninstaller_icon%,0}")"
+  check "the NSIS installer uninstalls" uninstall_silently
+}
+entry_values() {  # the values both packages write, one per line; the folder without its last backslash
+  local name
+  for name in DisplayName DisplayVersion Publisher InstallLocation URLInfoAbout HelpLink Comments NoModify NoRepair; do
+    printf '%s=%s\n' "$name" "$(reg_value "$1" "$name" | sed 's/\\$//')"
   done
-
-  # The uninstaller that Settings > Apps runs returns at once and goes on
-  # from a copy of itself; once it is done, nothing is left.
-  local name="uninstaller of the uninstall entry" folder="C:\\AE24\\Plug-ins\\$CINEBAR_CATEGORY"
-  echo "case: $name"
-  check "$name: installs" install_silently "$CINEBAR_INSTALLER"
-  local command
-  command="$(reg_value "$UNINSTALL_KEY" QuietUninstallString)"
-  check "$name: the quiet uninstall command is the uninstaller with /S" \
-    equals "$command" "\"$folder\\$UNINSTALLER\" /S"
-  check "$name: exits 0" "$WINE" "$folder\\$UNINSTALLER" /S
-  check "$name: the folder goes" eventually test ! -e "$(unix_path "$folder")"
-  check "$name: the uninstall entry goes" eventually not has_key "$UNINSTALL_KEY"
-  set_after_effects -
+}
+msi_cell() {  # msi_cell <package> <table> <key> <column>: one cell of the row whose first column is <key>
+  "$CINEBAR_MSIINFO" export "$1" "$2" | tr -d '\r' | awk -F'\t' -v key="$3" -v col="$4" 'NR > 3 && $1 == key { print $col }'
+}
+icon_in() {  # icon_in <icon file> <program>: every picture of the icon is in the program
+  "$PYTHON3" -c 'import struct, sys
+icon, program = (open(p, "rb").read() for p in sys.argv[1:3])
+reserved, kind, count = struct.unpack_from("<HHH", icon)
+if reserved != 0 or kind != 1 or count == 0: sys.exit("not an icon")
+for i in range(count):
+    size, at = struct.unpack_from("<II", icon, 6 + 16 * i + 8)
+    if icon[at:at + size] not in program: sys.exit("picture %d of the icon is not in the program" % i)' "$1" "$2"
 }
 
-# eventually <command...>: the command succeeds within a minute (a program
-# that Windows runs on after its parent returned).
-eventually() {
-  local _
-  for _ in $(seq 600); do
-    "$@" && return 0
-    sleep 0.1
-  done
-  return 1
-}
-
-installed_version() { reg_value "$UNINSTALL_KEY" DisplayVersion; }
-module_is() { cmp -s "$(unix_path "$1\\$CINEBAR_MODULE_NAME")" "$2"; }
-
-# An update goes where the installed version is, unless /D= names a folder;
-# an older version does not replace a newer one.
-test_update() {
-  new_prefix update
-  local chosen="C:\\Chosen Place\\Effects" elsewhere="C:\\Else\\Effects"
-  local host_folder="C:\\AE24\\Plug-ins\\$CINEBAR_CATEGORY" older_version
-  local -a to_chosen to_elsewhere
-  read -ra to_chosen <<<"/D=$chosen"
-  read -ra to_elsewhere <<<"/D=$elsewhere"
-  set_after_effects "24.0=C:\\AE24\\Plug-ins"
-
-  echo "case: update of an install into a folder chosen with /D="
-  check "older version installs into the chosen folder" install_silently "$CINEBAR_INSTALLER_OLDER" "${to_chosen[@]}"
-  older_version="$(installed_version)"
-  check "update without /D= exits 0" install_silently "$CINEBAR_INSTALLER"
-  check "update: the module is replaced in the chosen folder" module_is "$chosen" "$CINEBAR_SHIPPED_MODULE"
-  check "update: nothing in After Effects' folder" test ! -e "$(unix_path "$host_folder")"
-  check "update: the entry names this version" equals "$(installed_version)" "$CINEBAR_VERSION"
-  check "update: the entry names the chosen folder" \
-    equals "$(reg_value "$UNINSTALL_KEY" InstallLocation)" "$chosen"
-  check "the older version was another" differs "$older_version" "$CINEBAR_VERSION"
-
-  echo "case: update with /D= moves the module"
-  check "reinstall into another folder exits 0" install_silently "$CINEBAR_INSTALLER" "${to_elsewhere[@]}"
-  check "moved: the module is in the new folder" module_is "$elsewhere" "$CINEBAR_SHIPPED_MODULE"
-  check "moved: the old folder is gone" test ! -e "$(unix_path "$chosen")"
-  check "moved: the entry names the new folder" \
-    equals "$(reg_value "$UNINSTALL_KEY" InstallLocation)" "$elsewhere"
-
-  echo "case: update after After Effects' plug-in folder moved"
-  set_after_effects "24.0=C:\\New AE\\Plug-ins"
-  check "reinstall exits 0" install_silently "$CINEBAR_INSTALLER"
-  check "the module stays where it is" module_is "$elsewhere" "$CINEBAR_SHIPPED_MODULE"
-  check "nothing in the new plug-in folder" test ! -e "$(unix_path "C:\\New AE")"
-  check_uninstalled "plug-in folder moved" "$elsewhere"
-
-  echo "case: downgrade"
-  set_after_effects "24.0=C:\\AE24\\Plug-ins"
-  check "newer version installs" install_silently "$CINEBAR_INSTALLER_NEWER"
-  check "this version refuses to replace it" exits "$EXIT_NEWER_INSTALLED" install_silently "$CINEBAR_INSTALLER"
-  check "downgrade: the newer module stays" module_is "$host_folder" "$CINEBAR_NEWER_MODULE"
-  check "downgrade: the entry names the newer version" differs "$(installed_version)" "$CINEBAR_VERSION"
-  check "downgrade: the same version again installs" install_silently "$CINEBAR_INSTALLER_NEWER"
-  check_uninstalled "downgrade" "$host_folder"
-  set_after_effects -
-}
-
-# hold <Windows module>: starts a program that keeps the module loaded, as a
-# running After Effects does, until release; leaves its process in $holder.
+# hold <Windows module>: a program keeps the module loaded, as a running After
+# Effects does, until release; then Windows restarts.
 hold() {
-  local said="$work/holder.out"
-  : >"$said"
-  "$WINE" "$(winepath_w "$CINEBAR_HOLD_MODULE")" "$1" "C:\\release-module" >"$said" 2>&1 &
+  "$WINE" "$(winepath_w "$CINEBAR_HOLD_MODULE")" "$1" "C:\\release-module" >"$work/holder.out" 2>&1 &
   holder=$!
-  local _
-  for _ in $(seq 300); do
-    grep -q loaded "$said" && return 0
-    kill -0 "$holder" 2>/dev/null || break
-    sleep 0.1
-  done
-  cat "$said"
-  return 1
+  eventually grep -q loaded "$work/holder.out" || { cat "$work/holder.out"; return 1; }
 }
-release() {
-  touch "$(unix_path "C:\\release-module")"
-  wait "$holder"
-  rm -f "$(unix_path "C:\\release-module")"
-}
-pending_renames() {
-  "$WINE" reg query "HKLM\\System\\CurrentControlSet\\Control\\Session Manager" \
-    /v PendingFileRenameOperations 2>/dev/null | tr -d '\r'
-}
+release() { touch "$(unix_path "C:\\release-module")" && wait "$holder" && rm "$(unix_path "C:\\release-module")"; restart_windows; }
+pending_renames() { reg_value "HKLM\\System\\CurrentControlSet\\Control\\Session Manager" PendingFileRenameOperations; }
 
-# A module in use cannot be replaced or removed: both wait for a restart,
-# and say so with 3010.
-test_in_use() {
-  new_prefix in-use
-  local folder="$FALLBACK_FOLDER\\$CINEBAR_CATEGORY" holder
-  local module="$folder\\$CINEBAR_MODULE_NAME"
-  set_after_effects -
-
-  echo "case: update while the host holds the module"
-  check "installs" install_silently "$CINEBAR_INSTALLER"
-  check "a host loads the installed module" hold "$module"
-  check "update exits 3010" exits "$EXIT_RESTART_NEEDED" install_silently "$CINEBAR_INSTALLER_NEWER"
-  check "update: the replacement waits for the restart" grep -qF "$module" <<<"$(pending_renames)"
-  release
-  restart_windows
-  check "update: after the restart the module is the newer one" module_is "$folder" "$CINEBAR_NEWER_MODULE"
-  check "update: ... alone" equals "$(find "$(unix_path "$folder")" -type f -iname '*.aex*' | wc -l)" 1
-
-  echo "case: uninstall while the host holds the module"
-  check "the newer version uninstalls" uninstall_silently
-  check "this version installs again" install_silently "$CINEBAR_INSTALLER"
-  check "a host loads the installed module again" hold "$module"
-  check "uninstall exits 3010" exits "$EXIT_RESTART_NEEDED" uninstall_silently
-  check "uninstall: the entry is gone" not has_key "$UNINSTALL_KEY"
-  release
-  restart_windows
-  check "uninstall: after the restart the folder is gone" test ! -e "$(unix_path "$folder")"
-}
-
-# The 64-bit installer cannot start on 32-bit Windows at all; the x86 build of
-# the same script reaches the RunningX64 check in .onInit, which must refuse
-# with a non-zero exit code and leave nothing behind. That needs 32-bit Wine
-# (a win32 prefix), which a 64-bit-only Wine does not have: then the case is
-# skipped.
+# The x86 build of the installer reaches the RunningX64 check in .onInit,
+# which must refuse and leave nothing behind. That needs 32-bit Wine, which a
+# 64-bit-only Wine does not have: then the case is skipped.
 test_refuse_32bit() {
-  local wine32
-  wine32="$(dirname "$CINEBAR_WINE64")/wine"
-  if [ ! -x "$wine32" ] || ! ls /usr/lib/*/wine/i386-unix >/dev/null 2>&1; then
-    echo "SKIP: no 32-bit Wine here to play 32-bit Windows; the refusal in .onInit is not exercised"
-    exit "$SKIP"
-  fi
-  WINE="$wine32"
+  WINE="$(dirname "$CINEBAR_WINE64")/wine"
+  if [ ! -x "$WINE" ] || ! ls /usr/lib/*/wine/i386-unix >/dev/null 2>&1; then echo "SKIP: no 32-bit Wine" && exit 77; fi
   new_prefix win32 win32
-  local name="x86 installer on 32-bit Windows"
-  "$WINE" "$(winepath_w "$CINEBAR_X86_INSTALLER")" /S
-  check "$name: exits $EXIT_UNSUPPORTED" equals "$?" "$EXIT_UNSUPPORTED"
-  check "$name: installs no module" \
-    test -z "$(find "$WINEPREFIX/drive_c" -iname "$CINEBAR_MODULE_NAME" -print -quit)"
-  check "$name: registers nothing" not "$WINE" reg query "$UNINSTALL_KEY"
+  check "x86 installer on 32-bit Windows: exits $EXIT_UNSUPPORTED" exits "$EXIT_UNSUPPORTED" \
+    install_silently "$CINEBAR_X86_INSTALLER"
+  check "... installs no module" equals "$(modules)" 0
+  check "... registers nothing" not "$WINE" reg query "$UNINSTALL_KEY"
 }
 
 case "${1:-}" in
-  install) test_install ;;
-  update) test_update ;;
-  in-use) test_in_use ;;
+  install) new_prefix install && run_group install ;;
+  update) new_prefix update && run_group update ;;
+  msi) new_prefix msi && test_msi_entry && run_group msi ;;
+  in-use) new_prefix in-use && run_group in-use ;;
   refuse-32bit) test_refuse_32bit ;;
-  *)
-    echo "usage: $0 install|update|in-use|refuse-32bit" >&2
-    exit 2
-    ;;
+  *) echo "usage: $0 install|update|msi|in-use|refuse-32bit" >&2 && exit 2 ;;
 esac
-
 checks_summary

@@ -1,34 +1,21 @@
 #!/usr/bin/python3
-"""A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1.
+"""A time-stamp authority for tests (RFC 3161 over HTTP) on 127.0.0.1, until killed.
 
-    tsa.py <openssl ts config> <port file>
-    tsa.py --silent <port file>
-
-Answers every POSTed time-stamp query with `openssl ts -reply` under the
-config's [tsa] section, writes the port it listens on to <port file> and
-serves until it is killed. With --silent it accepts every connection and
-never answers, a server that hangs, and appends a line to <port
-file>.connections for each connection.
+    tsa.py <openssl ts config> <port file>   answers with `openssl ts -reply`
+    tsa.py --silent <port file>              never answers; a line in <port file>.connections each
 """
 import http.server
 import os
 import socket
 import subprocess
 import sys
-import tempfile
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         query = self.rfile.read(int(self.headers.get("Content-Length", 0)))
-        with tempfile.TemporaryDirectory() as work:
-            path = os.path.join(work, "query")
-            with open(path, "wb") as f:
-                f.write(query)
-            reply = subprocess.run(
-                ["openssl", "ts", "-reply", "-config", sys.argv[1], "-queryfile", path],
-                capture_output=True,
-            )
+        reply = subprocess.run(["openssl", "ts", "-reply", "-config", sys.argv[1], "-queryfile", "/dev/stdin"],
+                               input=query, capture_output=True)
         if reply.returncode != 0:
             self.send_error(500, reply.stderr.decode(errors="replace"))
             return

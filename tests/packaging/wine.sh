@@ -1,50 +1,34 @@
-# shellcheck shell=bash disable=SC2034  # constants for the scripts that source this
-# Sourced by the packaging tests that run Windows programs: a private Wine
-# prefix per test (removed at exit), paths, the registry, and the After
-# Effects installations a test pretends to have; the NSIS installer run
-# silently. Reads CINEBAR_WINE64, CINEBAR_PRODUCT and CINEBAR_INSTALLER.
+# shellcheck shell=bash disable=SC2034,SC2154  # $work is checks.sh's; constants for the scripts that source this
+# Sourced after checks.sh by the tests that run Windows programs: a private Wine prefix per test,
+# paths, the registry, the After Effects versions a test pretends to have, both installers silently.
 
-export WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree,mshtml="
-unset DISPLAY WAYLAND_DISPLAY
-WINE="$CINEBAR_WINE64"
+export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+unset DISPLAY WAYLAND_DISPLAY && WINE="$CINEBAR_WINE64"
 WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver64"
 [ -x "$WINESERVER" ] || WINESERVER="$(dirname "$CINEBAR_WINE64")/wineserver"
 
-readonly UNINSTALL_KEY="HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\$CINEBAR_PRODUCT"
-readonly AE_KEY="HKLM\\SOFTWARE\\Adobe\\After Effects"
-readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-ins\\7.0\\MediaCore"
+readonly APPS_KEY="HKLM\\${UNINSTALL_KEY%\\*}" UNINSTALL_KEY="HKLM\\$UNINSTALL_KEY"
+readonly AE_KEY="HKLM\\SOFTWARE\\Adobe\\After Effects" SAVED_KEY="HKLM\\$MSI_KEY"
+readonly FALLBACK_FOLDER="C:\\Program Files\\Common Files\\Adobe\\Common\\Plug-ins\\7.0\\MediaCore\\$CATEGORY"
+readonly UNINSTALLER="Uninstall $PRODUCT.exe"
 
-# ---- the prefix ---------------------------------------------------------------
-
-work="$(mktemp -d "${TMPDIR:-/tmp}/cinebar-wine-test.XXXXXX")"
-cleanup() {
-  if [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ]; then
-    stop_windows
-    # Debian's Wine keeps the server's socket in a temporary folder named in
-    # the prefix; it outlives the server.
-    local server_dir
-    server_dir="$(cat "$WINEPREFIX/wineserver" 2>/dev/null)"
-    case "$server_dir" in
-      wine-?*) rm -rf "${TMPDIR:-/tmp}/$server_dir" ;;
-    esac
-  fi
-  rm -rf "$work"
+# Debian's Wine keeps the server's socket in a temporary folder named in the
+# prefix; it outlives the server.
+stop_prefix() {
+  [ -n "${WINEPREFIX:-}" ] && [ -d "$WINEPREFIX" ] || return 0
+  stop_windows
+  local server_dir
+  server_dir="$(cat "$WINEPREFIX/wineserver" 2>/dev/null)"
+  case "$server_dir" in wine-?*) rm -rf "${TMPDIR:-/tmp}/$server_dir" ;; esac
 }
-trap cleanup EXIT
+at_exit+=(stop_prefix)
 
 # The prefix's Wine server stays up from the boot until the test ends. A
 # server that ends after a few idle seconds (Wine's default) can be ending just
-# as the next Windows program of the test connects, which then fails; on a
-# busy machine those seconds pass between two steps of a test.
-start_windows() {  # starts the server for good, then boots the prefix
-  "$WINESERVER" -p </dev/null >/dev/null 2>&1
-  "$WINE" wineboot "$@" >/dev/null 2>&1
-}
-stop_windows() {  # ends every Windows program of the prefix, and the server
-  "$WINESERVER" -k >/dev/null 2>&1 || true
-  "$WINESERVER" -w
-}
+# as the next Windows program of the test connects, which then fails.
+start_windows() { "$WINESERVER" -p </dev/null >/dev/null 2>&1 && "$WINE" wineboot "$@" >/dev/null 2>&1; }
+stop_windows() { "$WINESERVER" -k >/dev/null 2>&1; "$WINESERVER" -w; }
+restart_windows() { stop_windows; start_windows --restart; }  # files waiting for it are renamed or removed
 
 new_prefix() {  # new_prefix <name> [WINEARCH]
   export WINEPREFIX="$work/$1"
@@ -55,67 +39,40 @@ new_prefix() {  # new_prefix <name> [WINEARCH]
   start_windows
 }
 
-# Restarts Windows: the files that waited for it are renamed or removed.
-restart_windows() {
-  stop_windows
-  start_windows --restart
-}
-
-# C:\a\b -> <prefix>/drive_c/a/b
-unix_path() {
+unix_path() {  # C:\a\b -> <prefix>/drive_c/a/b
   local p="${1#[Cc]:}"
   printf '%s/drive_c%s\n' "$WINEPREFIX" "${p//\\//}"
 }
-
-# ---- the registry ---------------------------------------------------------------
+winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
 
 reg() { "$WINE" reg "$@" /reg:64 >/dev/null 2>&1; }
 has_key() { reg query "$1"; }
-# The data of one value, or nothing.
-reg_value() {
-  "$WINE" reg query "$1" /v "$2" /reg:64 2>/dev/null | tr -d '\r' |
-    sed -n "s/^    $2    REG_[A-Z_]*    //p"
+reg_value() {  # the data of one value, or nothing
+  "$WINE" reg query "$1" /v "$2" /reg:64 2>/dev/null | tr -d '\r' | sed -n "s/^    $2    REG_[A-Z_]*    //p"
 }
 
-# set_after_effects "<version>=<folder>;..."  ("<version>=" records no folder)
+# set_after_effects "<version>=<folder>;..."  ("<version>=" records no folder, "-" none at all)
 set_after_effects() {
   reg delete "$AE_KEY" /f
-  [ "$1" = "-" ] && return 0
-  local entry version folder
-  IFS=';' read -ra entries <<<"$1"
+  local entry
+  IFS=';' read -ra entries <<<"${1#-}"
   for entry in "${entries[@]}"; do
-    version="${entry%%=*}"
-    folder="${entry#*=}"
-    if [ -n "$folder" ]; then
-      reg add "$AE_KEY\\$version" /v CommonPluginInstallPath /d "$folder" /f
-    else
-      reg add "$AE_KEY\\$version" /v InstallPath /d "C:\\Adobe\\$version" /f
-    fi
+    [ -z "${entry#*=}" ] || reg add "$AE_KEY\\${entry%%=*}" /v CommonPluginInstallPath /d "${entry#*=}" /f
+    reg add "$AE_KEY\\${entry%%=*}" /v InstallPath /d "C:\\Adobe\\${entry%%=*}" /f
   done
 }
 
-# ---- the NSIS installer and its uninstaller ----------------------------------------
-
-install_silently() {  # install_silently <installer> [options...]
-  local installer="$1"
-  shift
-  "$WINE" "$(winepath_w "$installer")" /S "$@"
-}
-
-# The documented silent uninstall: the setup program removes what is
-# installed and returns when it is done.
-uninstall_silently() {
-  "$WINE" "$(winepath_w "$CINEBAR_INSTALLER")" /S /UNINSTALL
-}
+# Both installers, silently. A /D= or INSTALLFOLDER= folder is passed as the
+# documented lines give it; the uninstall is the documented one, which
+# returns when everything is removed.
+install_silently() { local i="$1"; shift; "$WINE" "$(winepath_w "$i")" /S "$@"; }
+uninstall_silently() { "$WINE" "$(winepath_w "$CINEBAR_INSTALLER")" /S /UNINSTALL; }
+msi() { local action="$1" package="$2"; shift 2; "$WINE" msiexec "$action" "$(winepath_w "$package")" /qn "$@"; }
 
 # Wine hands a Windows exit code to a Unix parent as its low byte.
-exit_code() { echo $(($1 & 255)); }
-exits() { local want="$1"; shift; "$@"; equals "$?" "$(exit_code "$want")"; }
-
-winepath_w() { printf 'Z:%s\n' "${1//\//\\}"; }
-
+exits() { local want="$1"; shift; "$@"; equals "$?" "$((want & 255))"; }
+modules() { find "$WINEPREFIX/drive_c" -iname "$MODULE_NAME*" | wc -l; }  # a file waiting for a restart too
+module_is() { cmp -s "$(unix_path "$1\\$MODULE_NAME")" "$2"; }
 signed() {  # signed <file>: a valid Authenticode signature
-  local ca=()
-  [ -z "${CINEBAR_SIGN_CAFILE:-}" ] || ca=(-CAfile "$CINEBAR_SIGN_CAFILE")
-  "$CINEBAR_OSSLSIGNCODE" verify "${ca[@]}" -in "$1" >/dev/null 2>&1
+  "$OSSLSIGNCODE" verify -CAfile "$CINEBAR_SIGN_CAFILE" -in "$1" >/dev/null 2>&1
 }
