@@ -42,6 +42,13 @@ PF_Pixel16 Pixel8To16(PF_Pixel pixel) {
 
 namespace {
 
+// The flags a row adds to those every control carries, then the host's copy.
+template <typename Descriptor>
+void FlagAndAdd(Descriptor& descriptor, const ControlSpec& control) {
+  descriptor.AddFlags(control.flags, control.ui_flags);
+  descriptor.add();
+}
+
 // Adds the row at `at` and, while its descriptor lives, every row after it,
 // then calls `finish`: the host may read a popup's item text, which the
 // descriptor owns, at any point before setup returns. Each kind's setters are
@@ -55,8 +62,7 @@ void AddControls(PF_InData* in_data, std::size_t at, Finish finish) {
       DAE::Param_Popup_Menu popup(in_data, control.name, control.disk_id);
       popup.SetItems(control.items);
       popup.SetDefault(control.default_item);
-      popup.AddFlags(control.flags, control.ui_flags);
-      popup.add();
+      FlagAndAdd(popup, control);
       return AddControls(in_data, at + 1, finish);
     }
     case ControlType::kFloatSlider: {
@@ -65,15 +71,13 @@ void AddControls(PF_InData* in_data, std::size_t at, Finish finish) {
       slider.SetSliderRange(control.slider_min, control.slider_max);
       slider.SetDefault(control.default_value);
       slider.SetPrecision(control.precision);
-      slider.AddFlags(control.flags, control.ui_flags);
-      slider.add();
+      FlagAndAdd(slider, control);
       return AddControls(in_data, at + 1, finish);
     }
     case ControlType::kColor: {
       DAE::Param_Color color(in_data, control.name, control.disk_id);
       color.SetDefault(control.default_color);
-      color.AddFlags(control.flags, control.ui_flags);
-      color.add();
+      FlagAndAdd(color, control);
       return AddControls(in_data, at + 1, finish);
     }
   }

@@ -75,6 +75,8 @@ constexpr auto Join() {
 
 inline constexpr auto kRenderItemString = popup_items::Join<kRenderItems>();
 inline constexpr auto kPresetItemString = popup_items::Join<kPresetItems>();
+static_assert(kRenderItemString.end()[-2] != '\0' && kPresetItemString.end()[-2] != '\0',
+              "each item string fills its array up to its one terminator");
 
 enum class ControlType { kPopup, kFloatSlider, kColor };
 

@@ -8,8 +8,6 @@ int LowestBit(uint64_t bits) { return __builtin_ctzll(bits); }  // bits is never
 
 }  // namespace
 
-static_assert(HostSuiteCache::kSlotCount <= 64 * 2, "one fill bit per slot");
-
 const SuitePair* const HostSuiteCache::kPairs = kSuitePairs;
 
 // The slots are left as they are: the fill bits say which ones hold a suite.
@@ -18,7 +16,6 @@ HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), filled_{
 }
 
 HostSuiteCache::~HostSuiteCache() {
-  if ((filled_[0] | filled_[1]) == 0) return;  // most caches fetch nothing
   for (int word = 0; word < kFillWords; ++word) {
     for (uint64_t bits = filled_[word]; bits != 0; bits &= bits - 1) {
       const int slot = word * 64 + LowestBit(bits);

@@ -43,6 +43,8 @@ class HostSuiteCache {
 
  private:
   static constexpr int kFillWords = 2;
+  static_assert((kFillWords - 1) * 64 < kSlotCount && kSlotCount <= kFillWords * 64,
+                "one fill bit per slot, no word without one");
 
   template <typename Table>
   static constexpr int Slot() {

@@ -169,6 +169,8 @@ constexpr int SlotOf(SuitePair pair) {
     ++slot;
   return slot;
 }
+static_assert(SlotOf(kSuitePairs[0]) == 0 && SlotOf({"no such suite", 1}) == kSuiteSlotCount,
+              "the first pair is found in its slot, a pair not listed in none");
 
 }  // namespace suite_table
 
