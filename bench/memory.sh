@@ -3,10 +3,10 @@
 # frames that show what it holds at once:
 #   16000x16000 RGBA at 8 bits, nearly flat (about 1 MB of file, 976 MiB of
 #   pixels): rendered, and read and written again by the codec alone (the floor);
-#   16000x16000 grey at 8 bits: --dry-run (headers only);
+#   16000x16000 grey at 8 bits: --dry-run (headers, and the module probed at that size);
 #   a 3840x2160 16-bit photograph of mate-backgrounds: rendered at the
 #   defaults and with --opaque-bars, against ffmpeg's crop+pad writing rgb48be.
-# Each line: what, seconds, peak MiB.
+# Prints a Markdown table: what, seconds, peak MiB.
 #   bench/memory.sh [BUILD_DIR]   (default build/native-release, built if needed)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -51,7 +51,7 @@ peak() {
   rm -rf "$work/out" && mkdir -p "$work/out"
   /usr/bin/time -f "%e %M" -o "$work/time" "$@" >/dev/null
   read -r t kb <"$work/time"
-  awk -v w="$what" -v t="$t" -v k="$kb" 'BEGIN { printf "%-58s %7.2f s  %8.1f MiB\n", w, t, k / 1024 }'
+  awk -v w="$what" -v t="$t" -v k="$kb" 'BEGIN { printf "| %s | %.2f s | %.1f MiB |\n", w, t, k / 1024 }'
 }
 
 flat "$work/rgba.png" 16000 4
@@ -60,6 +60,10 @@ photo="$(ls /usr/share/backgrounds/mate/nature/*.jpg | head -n 1)"
 ffmpeg -loglevel error -i "$photo" -vf "scale=3840:2160:force_original_aspect_ratio=increase,crop=3840:2160,format=rgb48be" \
   "$work/photo.png"
 echo "peak resident memory, one thread ($(du -k "$work/rgba.png" | cut -f1) KB 16000x16000 RGBA file)"
+echo "load average (1, 5, 15 min): $(cut -d' ' -f1-3 /proc/loadavg)"
+echo
+echo "| Run | Wall time | Peak resident |"
+echo "|---|---|---|"
 peak "16000x16000 RGBA: render" "$cinebar" render "$work/rgba.png" "$work/out/o.png" --preset 2.35 --jobs 1
 peak "16000x16000 RGBA: render --opaque-bars" "$cinebar" render "$work/rgba.png" "$work/out/o.png" --preset 2.35 \
   --jobs 1 --opaque-bars

@@ -22,13 +22,15 @@ World::World(A_long width, A_long height, bool deep, A_long row_padding)
                                 " is too large for a simulated world");
   }
   rowbytes_ = static_cast<A_long>(row);
-  bytes_.assign(static_cast<std::size_t>(row) * static_cast<std::size_t>(height) + kTailGuardBytes,
-                kGuardByte);
-  if (deep_) {
-    Fill16(PF_Pixel16{0, 0, 0, 0});
-  } else {
-    Fill8(PF_Pixel{0, 0, 0, 0});
+  // Transparent black is all zero bytes: one pass over the buffer, then the guards.
+  const std::size_t rows = static_cast<std::size_t>(row) * static_cast<std::size_t>(height);
+  bytes_.assign(rows + kTailGuardBytes, 0);
+  const std::size_t used = static_cast<std::size_t>(width) * static_cast<std::size_t>(bytes_per_pixel());
+  if (row_padding > 0) {
+    for (std::size_t at = used; at < rows; at += static_cast<std::size_t>(row))
+      std::memset(&bytes_[at], kGuardByte, static_cast<std::size_t>(row_padding));
   }
+  std::memset(&bytes_[rows], kGuardByte, kTailGuardBytes);
 }
 
 std::size_t World::Offset(A_long x, A_long y) const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -200,6 +201,43 @@ Picture Intersection(const Picture& a, const Picture& b, bool image) {
 
 }  // namespace
 
+void Layer::Probe(Worlds& worlds, std::uint8_t value, Picture& shown, Picture& cleared) {
+  World& input = *worlds.input;
+  const std::size_t bytes =
+      static_cast<std::size_t>(input.width()) * static_cast<std::size_t>(input.bytes_per_pixel());
+  for (int y = 0; y < input.height(); ++y) std::memset(Row(input, y), value, bytes);
+  RenderWorlds(worlds);
+  if (input.deep()) {
+    Bounds<std::uint64_t>(*worlds.output, 0x0101010101010101u * value, shown, cleared);
+  } else {
+    Bounds<std::uint32_t>(*worlds.output, 0x01010101u * value, shown, cleared);
+  }
+}
+
+namespace {
+
+// After one probe of `value`: the picture, when a pixel outside what the
+// probe found is neither `value` nor transparent black. Then the bars are of
+// a third colour, so the probe's bounds are exactly the picture (a second
+// probe would find the same). Otherwise the bars may have taken a value.
+std::optional<Picture> Settled(World& output, std::uint8_t value, const Picture& shown,
+                               const Picture& cleared) {
+  const Picture found = shown.empty() ? cleared : shown;
+  const int width = output.width(), height = output.height();
+  if (found.empty() || (found.left == 0 && found.top == 0 && found.right == width && found.bottom == height))
+    return std::nullopt;
+  const bool first = found.left > 0 || found.top > 0;  // (0,0) lies outside, else the last pixel does
+  const int x = first ? 0 : width - 1, y = first ? 0 : height - 1;
+  const std::uint8_t* pixel = Row(output, y) + static_cast<std::size_t>(x) * output.bytes_per_pixel();
+  const auto same = [&](std::uint8_t byte) {
+    return std::all_of(pixel, pixel + output.bytes_per_pixel(), [&](std::uint8_t b) { return b == byte; });
+  };
+  if (same(value) || same(0)) return std::nullopt;
+  return Picture{found.left, found.top, found.right, found.bottom, !shown.empty()};
+}
+
+}  // namespace
+
 Picture Layer::Find(int width, int height, bool deep, Worlds& worlds) {
   // The worlds follow every frame's size and depth, whether its picture is known or not.
   Fit(worlds.input, width, height, deep, session_.pixel_aspect());
@@ -207,27 +245,23 @@ Picture Layer::Find(int width, int height, bool deep, Worlds& worlds) {
   const std::uint64_t key = std::uint64_t(width) << 32 | std::uint64_t(height) << 1 | (deep ? 1 : 0);
   for (const auto& [size, picture] : pictures_)
     if (size == key) return picture;
-  // Two flat inputs: the module shows the input where the output is each
-  // input's value, and clears the picture where both outputs are transparent
-  // black. A bar (one colour) takes at most one of the values, so the
-  // intersection of the two bounds is the picture.
-  const std::size_t bytes = static_cast<std::size_t>(width) * (deep ? 8 : 4);
+  // Flat inputs: the module shows the input where the output is each
+  // input's value, and clears the picture where the outputs are transparent
+  // black. A bar (one colour) takes at most one of two values, so the
+  // intersection of two probes' bounds is the picture; one probe suffices
+  // when the bars are of neither value.
   Picture shown[2], cleared[2];
-  for (int probe = 0; probe < 2; ++probe) {
-    const std::uint8_t value = probe == 0 ? 0x11 : 0x22;
-    for (int y = 0; y < height; ++y) std::memset(Row(*worlds.input, y), value, bytes);
-    RenderWorlds(worlds);
-    if (deep) {
-      Bounds<std::uint64_t>(*worlds.output, 0x0101010101010101u * value, shown[probe], cleared[probe]);
-    } else {
-      Bounds<std::uint32_t>(*worlds.output, 0x01010101u * value, shown[probe], cleared[probe]);
-    }
+  Probe(worlds, 0x11, shown[0], cleared[0]);
+  std::optional<Picture> settled = Settled(*worlds.output, 0x11, shown[0], cleared[0]);
+  if (!settled) {
+    Probe(worlds, 0x22, shown[1], cleared[1]);
+    Picture picture = Intersection(shown[0], shown[1], true);
+    if (picture.empty()) picture = Intersection(cleared[0], cleared[1], false);
+    if (picture.empty()) picture = Picture{width / 2, 0, width / 2, height, false};
+    settled = picture;
   }
-  Picture picture = Intersection(shown[0], shown[1], true);
-  if (picture.empty()) picture = Intersection(cleared[0], cleared[1], false);
-  if (picture.empty()) picture = Picture{width / 2, 0, width / 2, height, false};
-  pictures_.emplace_back(key, picture);
-  return picture;
+  pictures_.emplace_back(key, *settled);
+  return *settled;
 }
 
 Rendered Layer::Render(const Frame& in, Worlds& worlds, const PF_Pixel* opaque) {
@@ -261,6 +295,30 @@ Rendered Layer::Render(const Frame& in, Worlds& worlds, const PF_Pixel* opaque) 
   return r;
 }
 
+namespace {
+
+// Picture pixels x in [left, right) of an input without alpha, each followed
+// by a full alpha (RGB to RGBA, grey to grey and alpha), right to left.
+template <std::size_t kBytes, std::size_t kAlphaBytes>
+void WithFullAlpha(const std::uint8_t* source, std::uint8_t* row, int left, int right) {
+  for (int x = right - 1; x >= left; --x) {
+    std::uint8_t pixel[kBytes + kAlphaBytes];
+    std::memcpy(pixel, source + static_cast<std::size_t>(x) * kBytes, kBytes);
+    std::memset(pixel + kBytes, 0xFF, kAlphaBytes);
+    std::memcpy(row + static_cast<std::size_t>(x) * sizeof pixel, pixel, sizeof pixel);
+  }
+}
+
+// The same, chosen by the input's channels (1 or 3) and depth.
+void WithFullAlpha(const Frame& in, const std::uint8_t* source, std::uint8_t* row, int left, int right) {
+  using Fn = void (*)(const std::uint8_t*, std::uint8_t*, int, int);
+  static constexpr Fn kCopies[2][2] = {{WithFullAlpha<1, 1>, WithFullAlpha<3, 1>},
+                                       {WithFullAlpha<2, 2>, WithFullAlpha<6, 2>}};
+  kCopies[in.deep ? 1 : 0][in.color() ? 1 : 0](source, row, left, right);
+}
+
+}  // namespace
+
 // Right to left: `row` may lie over the input's own row at the same or a
 // later address (the writer's buffer), so each pixel is read before any
 // write reaches it.
@@ -283,6 +341,8 @@ void ComposeRow(const Frame& in, const Worlds& worlds, const Rendered& r, int y,
   if (pic.image && r.channels == in.channels) {
     std::memmove(row + static_cast<std::size_t>(left) * ob, source + static_cast<std::size_t>(left) * ib,
                  static_cast<std::size_t>(right - left) * ob);
+  } else if (pic.image && r.channels == in.channels + 1 && !in.alpha()) {
+    WithFullAlpha(in, source, row, left, right);
   } else {
     for (int x = right - 1; x >= left; --x) {
       if (pic.image) {

@@ -69,7 +69,7 @@ class Layer {
   void Change(const Edit& edit);
   // The host's current value of a parameter.
   const PF_ParamDef& param(A_long index) const { return instance_->param(index); }
-  // Found by rendering two flat frames of this size in `worlds`; kept per size.
+  // Found by rendering one or two flat frames of this size in `worlds`; kept per size.
   Picture Find(int width, int height, bool deep, Worlds& worlds);
   Picture Find(int width, int height, bool deep) { return Find(width, height, deep, worlds_); }
   // Renders `in` in `worlds`. With `opaque`, bars are that colour at full
@@ -80,6 +80,9 @@ class Layer {
 
  private:
   void RenderWorlds(Worlds& worlds);
+  // Renders a flat input of `value`; the bounds of the output's pixels of that value and of transparent
+  // black.
+  void Probe(Worlds& worlds, std::uint8_t value, Picture& shown, Picture& cleared);
   Session& session_;
   cinebar_simhost::Instance* instance_ = nullptr;
   Worlds worlds_;  // the composing Render's

@@ -61,18 +61,11 @@ void FilterUp(std::uint8_t* row, const std::uint8_t* above, std::size_t stride) 
 
 // Every row into `in` with its filter byte, bottom up; row y+1 is filtered
 // once row y, the row above it, has arrived.
-void FillRows(const PngImage& image, const RowSource& rows, bool up, bool shared, std::uint8_t* in,
-              std::size_t stride) {
+void FillRows(const PngImage& image, const RowSource& rows, bool up, std::uint8_t* in, std::size_t stride) {
   const std::size_t line = stride + 1;
-  std::vector<std::uint8_t> scratch(shared ? stride : 0);
   for (int y = image.height - 1; y >= 0; --y) {
     std::uint8_t* row = in + line * static_cast<std::size_t>(y);
-    if (shared) {
-      rows(y, scratch.data());
-      std::memcpy(row + 1, scratch.data(), stride);
-    } else {
-      rows(y, row + 1);
-    }
+    rows(y, row + 1);
     row[0] = up && y > 0 ? 2 : 0;
     if (up && y + 1 < image.height) FilterUp(row + line + 1, row + 1, stride);
   }
@@ -97,7 +90,7 @@ std::string WritePng(std::FILE* out, const PngImage& image, const RowSource& row
   const std::size_t stride = static_cast<std::size_t>(image.width) * image.channels * (image.deep ? 2 : 1);
   const std::size_t size = (stride + 1) * static_cast<std::size_t>(image.height);
   if (in.size() < size) in.resize(size);
-  FillRows(image, rows, settings.level > 0, buffer != nullptr, in.data(), stride);
+  FillRows(image, rows, settings.level > 0, in.data(), stride);
   libdeflate_compressor* c = Compressor(settings.level);
   const std::size_t bound = libdeflate_zlib_compress_bound(c, size);
   std::uint8_t* packed = Packed(bound);

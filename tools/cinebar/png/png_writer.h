@@ -27,7 +27,9 @@ using RowSource = std::function<void(int y, std::uint8_t* row)>;
 // Rows are asked for from the last up to the first. The deflate input is
 // `buffer` when given, else memory the thread keeps; row y lands in it at
 // y * (stride + 1), so a picture held at the front of `buffer` in a stride
-// no larger than the output's keeps its rows 0..y intact until row y is asked for.
+// no larger than the output's keeps its rows 0..y intact until row y is asked
+// for. Row y's place then lies over that row at the same or a later address:
+// such a source reads each byte of it before writing over it.
 std::string WritePng(std::FILE* out, const PngImage& image, const RowSource& rows,
                      const WriteSettings& settings, std::vector<std::uint8_t>* buffer = nullptr);
 
