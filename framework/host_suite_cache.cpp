@@ -16,6 +16,7 @@ HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), filled_{
 }
 
 HostSuiteCache::~HostSuiteCache() {
+  if ((filled_[0] | filled_[1]) == 0) return;  // most caches fetch nothing
   for (int word = 0; word < kFillWords; ++word) {
     for (uint64_t bits = filled_[word]; bits != 0; bits &= bits - 1) {
       const int slot = word * 64 + LowestBit(bits);
