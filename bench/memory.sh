@@ -10,19 +10,9 @@
 #   bench/memory.sh [BUILD_DIR]   (default build/native-release, built if needed)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-# shellcheck source=scripts/deps.sh
-source scripts/deps.sh
-cinebar_ensure_packages "${CINEBAR_BENCH_PACKAGES[@]}"
-
-build="${1:-build/native-release}"
-if [ ! -x "$build/tools/cinebar/cinebar" ] || [ ! -x "$build/bench/cinebar_png_floor" ]; then
-  cmake --preset native-release >/dev/null
-  cmake --build "$build" -j2 --target cinebar cinebar_png_floor
-fi
-cinebar="$build/tools/cinebar/cinebar"
-floor="$build/bench/cinebar_png_floor"
-work="$(mktemp -d /tmp/cinebar-memory-XXXXXX)"
-trap 'rm -rf "$work"' EXIT
+# shellcheck source=bench/tool_setup.sh
+source bench/tool_setup.sh
+cinebar_bench_setup memory "${1:-}"
 
 # flat PATH SIDE CHANNELS: a PNG whose first row is a ramp and every other row
 # the same (Up filter, so zeros to deflate).

@@ -14,20 +14,10 @@
 #   RUNS (3) rounds; FRAMES_HD (48) and FRAMES_4K (12) frames.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-# shellcheck source=scripts/deps.sh
-source scripts/deps.sh
-cinebar_ensure_packages "${CINEBAR_BENCH_PACKAGES[@]}"
-
-build="${1:-build/native-release}"
-if [ ! -x "$build/tools/cinebar/cinebar" ] || [ ! -x "$build/bench/cinebar_png_floor" ]; then
-  cmake --preset native-release >/dev/null
-  cmake --build "$build" -j2 --target cinebar cinebar_png_floor
-fi
-cinebar="$build/tools/cinebar/cinebar"
-floor="$build/bench/cinebar_png_floor"
+# shellcheck source=bench/tool_setup.sh
+source bench/tool_setup.sh
+cinebar_bench_setup vs-ffmpeg "${1:-}"
 runs="${RUNS:-3}"
-work="$(mktemp -d /tmp/cinebar-vs-ffmpeg-XXXXXX)"
-trap 'rm -rf "$work"' EXIT
 mapfile -t photos < <(ls /usr/share/backgrounds/mate/nature/*.jpg)
 
 # frames NAME SIZE PIXFMT COUNT: COUNT frames cut from the photographs, each

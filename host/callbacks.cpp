@@ -244,13 +244,20 @@ void Bind(PF_FillMatteSuite2& fill) {
   fill.fill16 = Fill<HostFn::kFill16, PF_Pixel16>;
 }
 void Bind(PF_WorldTransformSuite1& transform) { transform.copy = Copy; }
+// The six handle functions, which the callbacks and the Handle Suite each carry
+// under the same names, logged under their own host functions.
+template <HostFn kNew, HostFn kLock, HostFn kUnlock, HostFn kDispose, HostFn kSize, HostFn kResize>
+void BindHandles(auto& table) {
+  table.host_new_handle = NewHandle<kNew>;
+  table.host_lock_handle = LockHandle<kLock>;
+  table.host_unlock_handle = UnlockHandle<kUnlock>;
+  table.host_dispose_handle = DisposeHandle<kDispose>;
+  table.host_get_handle_size = reinterpret_cast<PF_UnusedFn>(HandleSize<kSize>);
+  table.host_resize_handle = reinterpret_cast<PF_UnusedFn>(ResizeHandle<kResize>);
+}
 void Bind(PF_HandleSuite1& handle) {
-  handle.host_new_handle = NewHandle<HostFn::kSuiteNewHandle>;
-  handle.host_lock_handle = LockHandle<HostFn::kSuiteLockHandle>;
-  handle.host_unlock_handle = UnlockHandle<HostFn::kSuiteUnlockHandle>;
-  handle.host_dispose_handle = DisposeHandle<HostFn::kSuiteDisposeHandle>;
-  handle.host_get_handle_size = reinterpret_cast<PF_UnusedFn>(HandleSize<HostFn::kSuiteGetHandleSize>);
-  handle.host_resize_handle = reinterpret_cast<PF_UnusedFn>(ResizeHandle<HostFn::kSuiteResizeHandle>);
+  BindHandles<HostFn::kSuiteNewHandle, HostFn::kSuiteLockHandle, HostFn::kSuiteUnlockHandle,
+              HostFn::kSuiteDisposeHandle, HostFn::kSuiteGetHandleSize, HostFn::kSuiteResizeHandle>(handle);
 }
 void Bind(PF_ParamUtilsSuite3& param_utils) { param_utils.PF_UpdateParamUI = UpdateParamUI; }
 void Bind(auto&) {}  // a suite served without functions of the host's own
@@ -260,12 +267,8 @@ void Bind(auto&) {}  // a suite served without functions of the host's own
 void InstallCallbacks(PF_InData& in, PF_UtilCallbacks& u, SPBasicSuite& basic, SuiteTables& suites) {
   in.inter.add_param = AddParam;
   in.inter.register_ui = RegisterUI;
-  u.host_new_handle = NewHandle<HostFn::kNewHandle>;
-  u.host_lock_handle = LockHandle<HostFn::kLockHandle>;
-  u.host_unlock_handle = UnlockHandle<HostFn::kUnlockHandle>;
-  u.host_dispose_handle = DisposeHandle<HostFn::kDisposeHandle>;
-  u.host_get_handle_size = reinterpret_cast<PF_UnusedFn>(HandleSize<HostFn::kGetHandleSize>);
-  u.host_resize_handle = reinterpret_cast<PF_UnusedFn>(ResizeHandle<HostFn::kResizeHandle>);
+  BindHandles<HostFn::kNewHandle, HostFn::kLockHandle, HostFn::kUnlockHandle, HostFn::kDisposeHandle,
+              HostFn::kGetHandleSize, HostFn::kResizeHandle>(u);
   u.get_platform_data = GetPlatformData;
   u.ansi.sprintf = Sprintf;
   u.ansi.strcpy = Strcpy;
