@@ -24,4 +24,13 @@ TEST(Platform, BoundedPrintCutsAndTerminatesAsTheWindowsRuntimeDoes) {
   }
 }
 
+// The machine-wide data folder the branding library is found under: the
+// query succeeds (0, the system's result) and writes a terminated path.
+TEST(Platform, CommonAppDataFolderIsFoundAndTerminated) {
+  std::string path(cinebar_platform::kMaxPath, '#');
+  EXPECT_EQ(0, cinebar_platform::GetCommonAppDataFolder(path.data()));
+  const std::size_t length = path.find('\0');
+  EXPECT_TRUE(length > 0 && length != std::string::npos) << path;
+}
+
 }  // namespace
