@@ -63,8 +63,11 @@ TEST_P(Commands, ExitCodeMessageAndTheFilesLeft) {
                            : has("wide") ? "\x7f\xff\xff\xff\0\0\0\x03\x10\0"
                                          : "\0\0\x40\0\0\0\x40\0\x08\x06";
       if (has("adler") || has("wide") || has("huge"))
-        std::ofstream(name, std::ios::binary) << Png(
-            std::string(header, 10), std::string("\x78\x9c\x63\x60\0\0\0\x02\0\x02", has("adler") ? 10 : 8));
+        std::ofstream(name, std::ios::binary)
+            << "\x89PNG\r\n\x1a\n" + ChunkBytes("IHDR", std::string(header, 10) + std::string(3, '\0')) +
+                   ChunkBytes("IDAT",
+                              std::string("\x78\x9c\x63\x60\0\0\0\x02\0\x02", has("adler") ? 10 : 8)) +
+                   ChunkBytes("IEND", "");
     } else {
       std::ofstream(name) << "not a picture";
     }
@@ -101,8 +104,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "in.png out.png x.png", "link"},
         FileCase{"existing_output", "in.png out.png", "render in.png out.png", 5, ".", "in.png out.png",
                  "--overwrite"},
-        FileCase{"output_folder_is_a_file", "in.png plain", "render in.png plain/out.png", 5, ".",
-                 "in.png plain"},
         FileCase{"sequence_to_one_file", "frames/ frames/a.png", "render frames out/one.png", 2, ".",
                  "frames", "pattern"},
         FileCase{"output_frame_is_a_folder", "frames/ frames/a.png rendered/ rendered/a.png/",

@@ -5,6 +5,8 @@
 
 #include <csetjmp>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 namespace cinebar_png_test {
 namespace {
@@ -58,13 +60,14 @@ std::vector<std::vector<png_byte>> PackedRows(const Picture& p) {
 
 }  // namespace
 
-Picture RandomPicture(std::mt19937& random, int max_side) {
+Picture RandomPicture(std::mt19937& random, int max_side, int width, int height) {
   const auto pick = [&](unsigned n) { return static_cast<int>(random() % n); };
   static const int kTypes[] = {0, 2, 3, 4, 6}, kDepths[] = {1, 2, 4, 8, 16};
   Picture p;
   p.color_type = kTypes[pick(5)];
   p.depth = p.color_type == 0 ? kDepths[pick(5)] : p.color_type == 3 ? kDepths[pick(4)] : 8 << pick(2);
-  p.width = 1 + pick(unsigned(max_side)), p.height = 1 + pick(unsigned(max_side));
+  p.width = width != 0 ? width : 1 + pick(unsigned(max_side));
+  p.height = height != 0 ? height : 1 + pick(unsigned(max_side));
   p.interlaced = pick(4) == 0;
   const unsigned values = 1u << p.depth, entries = p.color_type == 3 ? 1 + unsigned(pick(values)) : 0;
   for (unsigned i = 0; i < 3 * entries; ++i) p.palette += static_cast<char>(random());
@@ -139,6 +142,22 @@ Reading ReadWithLibpng(const std::string& file) {
   png_destroy_read_struct(&png, &info, &end);
   if (!r.error.empty()) r.samples.clear();
   return r;
+}
+
+std::array<int, 4> Reading::Rgba(int x, int y) const {
+  const int bytes = depth / 8, full = (1 << depth) - 1;
+  const std::uint8_t* p =
+      samples.data() + (std::size_t(y) * std::size_t(width) + std::size_t(x)) * std::size_t(channels * bytes);
+  int s[4] = {};
+  for (int c = 0; c < channels; ++c) s[c] = bytes == 2 ? p[2 * c] << 8 | p[2 * c + 1] : p[c];
+  const bool color = channels >= 3;
+  return {s[0], s[color ? 1 : 0], s[color ? 2 : 0], channels % 2 == 0 ? s[channels - 1] : full};
+}
+
+std::string Contents(const std::string& path) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
 }
 
 std::string ChunkBytes(const std::string& type, const std::string& data) {

@@ -1,5 +1,7 @@
 // Broken files, each fed to libpng and to the reader: libpng refuses or
-// objects to every one (but where noted), and the reader refuses it, saying why.
+// objects to every one (but where noted), and the reader refuses it, saying
+// why. Valid files of every form and chunk are read in png_codec_test.cpp,
+// png_chunks_test.cpp and random_sequence_test.cpp.
 #include <gtest/gtest.h>
 
 #include "png_oracle.h"
@@ -130,29 +132,6 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
           << broken.what << ": " << e.what();
       EXPECT_NE(std::string(e.what()).find("broken.png"), std::string::npos) << e.what();
     }
-  }
-}
-
-// What the broken files are made from, and chunks where they belong, both read without objection.
-TEST(PngRefusal, TheUnbrokenFilesAreReadByBoth) {
-  const std::string data = Zlib(Rows(3, 12));
-  const std::vector<std::pair<const char*, std::string>> good = {
-      {"grey", Picture(0)},
-      {"RGB", Picture(2)},
-      {"RGBA", Picture(6)},
-      {"palette with tRNS and bKGD", Picture(3, {{"tRNS", "a"}, {"bKGD", "\x01"}})},
-      {"gAMA before the palette", Picture(3, {{"gAMA", Be32(45455)}}, kAfterHeader)},
-      {"text after the image data", Picture(2, {{"tEXt", std::string("a\0b", 3)}}, kAtEnd)},
-      {"IDAT in two chunks",
-       File(
-           {{"IHDR", Header(4, 8, 2)}, {"IDAT", data.substr(0, 5)}, {"IDAT", data.substr(5)}, {"IEND", ""}})},
-  };
-  for (const auto& [what, file] : good) {
-    const Reading libpng = ReadWithLibpng(file);
-    EXPECT_FALSE(libpng.objects()) << what << ": " << libpng.objection();
-    cinebar_tool::Frame frame;
-    EXPECT_NO_THROW(cinebar_tool::ReadPng(ReadFrom(file).get(), what, frame)) << what;
-    EXPECT_TRUE(frame.samples == libpng.samples) << what;
   }
 }
 
