@@ -1,6 +1,8 @@
-// The PNG reader and writer against libpng: seeded random pictures of every
-// form read from memory and from a pipe of concatenated frames, random frames
-// written at every level, each judged by libpng on the same bytes.
+// The PNG reader against libpng: seeded random pictures of every form read
+// from memory and from a pipe of concatenated frames, each judged by libpng
+// on the same bytes. The writer, at every level and over the buffer being
+// filled, is judged by libpng in random_sequence_test.cpp and
+// png_chunks_test.cpp; a failed write in processes_test.cpp.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,7 +10,6 @@
 
 #include "png_oracle.h"
 #include "tools/cinebar/png/png_reader.h"
-#include "tools/cinebar/png/png_writer.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_png_test {
@@ -86,46 +87,6 @@ TEST(PngReader, FramesOnAPipeOneAfterAnotherThenACleanEnd_OrACutRefused) {
           << "a clean end, twice";
     }
   }
-}
-
-std::string Written(const Frame& f, int level, std::vector<std::uint8_t>* buffer = nullptr) {
-  const cinebar_tool::PngImage image{f.width, f.height, f.channels, f.deep, &f.chunks};
-  // With `buffer`, the rows come from the picture at the front of the buffer being filled.
-  const auto rows = [&](int y, std::uint8_t* row) {
-    const std::uint8_t* from = (buffer ? buffer->data() : f.samples.data()) + f.stride() * std::size_t(y);
-    std::copy(from, from + f.stride(), row);
-  };
-  return Capture([&](std::FILE* out) {
-    EXPECT_EQ(cinebar_tool::WritePng(out, image, rows, cinebar_tool::WriteSettings{level}, buffer), "");
-  });
-}
-
-TEST(PngWriter, EveryFormAtEveryLevelAsLibpngReadsIt_AlsoFromTheBufferItFills) {
-  std::mt19937 random(Seed() + 2);
-  for (int round = 0; round < Rounds(150); ++round) {
-    Frame f;
-    f.Resize(1 + int(random() % 50), 1 + int(random() % 50), 1 + int(random() % 4), random() % 2);
-    const unsigned spread = random() % 2 ? 3 : 256;  // runs or noise
-    for (auto& s : f.samples) s = std::uint8_t(random() % spread);
-    f.chunks.assign(random() % 2, {"tEXt", "x"});
-    const int level = int(random() % 13);
-    std::vector<std::uint8_t> buffer = f.samples;
-    buffer.reserve((f.stride() + 1) * std::size_t(f.height));  // filled in place, never moved
-    const std::string what = "level " + std::to_string(level) + ", " + std::to_string(f.width) + "x" +
-                             std::to_string(f.height) + "x" + std::to_string(f.channels);
-    for (const std::string& file : {Written(f, level), Written(f, level, round % 2 ? &buffer : nullptr)}) {
-      ExpectSame(ReadWithLibpng(file), f, what);
-      EXPECT_EQ(ChunksOf(file, "tEXt").size(), f.chunks.size()) << what;
-    }
-  }
-}
-
-TEST(PngWriter, AFailedWriteSaysWhy) {
-  Frame f;
-  f.Resize(300, 300, 4, true);  // more than a stdio buffer
-  const File full(std::fopen("/dev/full", "wb"), &std::fclose);
-  ASSERT_NE(full, nullptr);
-  EXPECT_NE(cinebar_tool::WriteFrame(full.get(), f, cinebar_tool::WriteSettings{1}), "");
 }
 
 }  // namespace

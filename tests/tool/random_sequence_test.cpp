@@ -1,6 +1,6 @@
 // Seeded random sequences: sizes that come back to earlier ones, every colour
 // type and depth (tRNS too), interlacing and text chunks, rendered with one
-// and with two jobs. Each output is judged pixel by pixel against the input
+// and with two jobs at random deflate levels. Each output is judged pixel by pixel against the input
 // as libpng decodes it and the picture rectangle of the independent model,
 // and its form must be the smallest that holds the input's and the bars'.
 // CINEBAR_RANDOM_SEQUENCES=N runs N seeds instead of a few.
@@ -67,7 +67,7 @@ int WrongPixels(const std::string& in, const std::string& out, const Look& look)
 
 int Seeds() {
   const char* n = std::getenv("CINEBAR_RANDOM_SEQUENCES");
-  return n != nullptr ? std::max(1, std::atoi(n)) : 3;
+  return n != nullptr ? std::max(1, std::atoi(n)) : 4;
 }
 
 // One sequence in in/: frames of three random sizes in random forms, some with text.
@@ -106,16 +106,18 @@ TEST_F(ToolTest, RandomSequencesEveryFrameExactAtOneAndTwoJobs) {
     std::snprintf(options, sizeof options, "--ratio %g --pixel-aspect %d/%u --color #%02X%02X%02X%s%s",
                   look.ratio, look.aspect.num, look.aspect.den, look.color[0], look.color[1], look.color[2],
                   look.opaque ? " --opaque-bars" : "", look.cleared ? " --render on-transparent" : "");
-    SCOPED_TRACE(options);
     std::cout << "seed " << seed << ": " << texts.size() << " frames," << summary << "; " << options << "\n";
-    for (const char* jobs : {"1", "2"}) {
+    for (const int jobs : {1, 2}) {  // each at a deflate level of its own, 0 (stored, unfiltered) to 12
+      const std::string run = "render in out --jobs " + std::to_string(jobs) + " --compression " +
+                              std::to_string(pick(13)) + " " + options;
+      SCOPED_TRACE(run);
       fs::remove_all("out");
-      const Outcome outcome = Run(Words(std::string("render in out --jobs ") + jobs + " " + options));
+      const Outcome outcome = Run(Words(run));
       ASSERT_EQ(outcome.code, 0) << outcome.err;
       ASSERT_EQ(Files("out").size(), texts.size());
       for (std::size_t i = 0; i < texts.size(); ++i) {
         const std::string name = std::to_string(i) + ".png";
-        EXPECT_EQ(WrongPixels("in/" + name, "out/" + name, look), 0) << "jobs " << jobs;
+        EXPECT_EQ(WrongPixels("in/" + name, "out/" + name, look), 0);
         EXPECT_EQ(Contents("out/" + name).find("tEXtComment") != std::string::npos, texts[i]) << name;
       }
     }
