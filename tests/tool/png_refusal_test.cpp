@@ -71,7 +71,11 @@ std::vector<Broken> BrokenFiles() {
   std::string bad_crc = Picture(2), huge_length = Picture(2);
   bad_crc[bad_crc.size() - 13] ^= 1;              // IDAT's CRC
   huge_length.replace(33, 4, Be32(0x80000000u));  // IDAT's length
-  const std::string gamma = Be32(45455);
+  const std::string gamma = Be32(45455), scale(
+                                             "\1"
+                                             "1.5\0"
+                                             "2.5",
+                                             8);
   return {
       {"tRNS of 3 bytes in grey", Picture(0, {{"tRNS", "abc"}}), "tRNS chunk does not fit"},
       {"tRNS of 2 bytes in RGB", Picture(2, {{"tRNS", "ab"}}), "tRNS chunk does not fit"},
@@ -113,6 +117,7 @@ std::vector<Broken> BrokenFiles() {
       {"pHYs after IDAT", Picture(2, {{"pHYs", std::string(9, '\1')}}, kAtEnd),
        "pHYs chunk follows its image data"},
       {"gAMA twice", Picture(2, {{"gAMA", gamma}, {"gAMA", gamma}}), "second gAMA"},
+      {"sCAL twice", Picture(2, {{"sCAL", scale}, {"sCAL", scale}}), "second sCAL"},
       {"tEXt over 8000000 bytes", Picture(2, {{"tEXt", "a" + std::string(8000001, '\0')}}),
        "larger than libpng"},
   };
