@@ -100,8 +100,10 @@ TEST_F(ToolTest, RandomSequencesEveryFrameExactAtOneAndTwoJobs) {
     const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
     std::string summary;
     const std::vector<bool> texts = WriteSequence(random, summary);
-    const Look look{
-        kRatios[pick(6)], kAspects[pick(4)], {pick(256), pick(256), pick(256)}, pick(3) == 0, pick(3) == 0};
+    const int grey = pick(256);  // grey bars in half the sequences, so that grey inputs stay grey
+    const std::array<int, 3> color = pick(2) == 0 ? std::array<int, 3>{grey, grey, grey}
+                                                  : std::array<int, 3>{pick(256), pick(256), pick(256)};
+    const Look look{kRatios[pick(6)], kAspects[pick(4)], color, pick(3) == 0, pick(3) == 0};
     char options[160];
     std::snprintf(options, sizeof options, "--ratio %g --pixel-aspect %d/%u --color #%02X%02X%02X%s%s",
                   look.ratio, look.aspect.num, look.aspect.den, look.color[0], look.color[1], look.color[2],
