@@ -112,8 +112,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "render in_%03d.png out/frame_%04d.png", 0, "out",
                  "frame_0007.png frame_0008.png frame_0010.png",
                  "1 frame missing from in_%03d.png: number 9"},
-        FileCase{"gap_refused", "in_1.png in_3.png", "render in_%d.png out/%d.png --no-gaps", 3, ".",
-                 "in_1.png in_3.png", "2"},
+        FileCase{"gap_refused", "in_1.png in_5.png in_7.png", "render in_%d.png out/%d.png --no-gaps", 3, ".",
+                 "in_1.png in_5.png in_7.png", "4 frames missing from in_%d.png: numbers 2-4, 6"},
         // In numeric order the bad frame is the last; in text order it would be the second.
         FileCase{"bad_frame_stops", "f/ f/1.png f/2.png f/10bad.png f/notes.txt", "render f out/%d.png", 3,
                  "out", "1.png 2.png", "frame 3 of 3; 2 frames written"},
