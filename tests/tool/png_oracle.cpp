@@ -36,12 +36,6 @@ void OnWarning(png_structp png, png_const_charp message) {
   static_cast<Reading*>(png_get_error_ptr(png))->warnings.emplace_back(message);
 }
 
-std::string Be(std::uint32_t v, int bytes) {
-  std::string out;
-  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
-  return out;
-}
-
 // Rows as the file holds them: big-endian 16-bit, low depths packed high bit first.
 std::vector<std::vector<png_byte>> PackedRows(const Picture& p) {
   std::vector<std::vector<png_byte>> rows(static_cast<std::size_t>(p.height));
@@ -59,6 +53,12 @@ std::vector<std::vector<png_byte>> PackedRows(const Picture& p) {
 }
 
 }  // namespace
+
+std::string Be(std::uint32_t v, int bytes) {
+  std::string out;
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
+  return out;
+}
 
 Picture RandomPicture(std::mt19937& random, int max_side, int width, int height) {
   const auto pick = [&](unsigned n) { return static_cast<int>(random() % n); };

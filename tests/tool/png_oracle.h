@@ -40,6 +40,7 @@ struct Reading {
 Reading ReadWithLibpng(const std::string& file);
 std::string Contents(const std::string& path);  // a file's bytes
 
+std::string Be(std::uint32_t value, int bytes = 4);  // big-endian, as PNG stores numbers
 std::string ChunkBytes(const std::string& type, const std::string& data);  // length, type, data, CRC
 // `chunk` inserted before the first chunk of type `before`; the data of every chunk of a type.
 std::string Insert(const std::string& file, const std::string& chunk, const std::string& before);

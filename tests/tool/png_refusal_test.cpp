@@ -13,10 +13,8 @@ namespace {
 
 using Chunks = std::vector<std::pair<std::string, std::string>>;
 
-std::string Be32(std::uint32_t v) { return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; }
-
 std::string Header(std::uint32_t width, int depth, int type) {
-  return Be32(width) + Be32(3) + char(depth) + char(type) + std::string(3, '\0');
+  return Be(width) + Be(3) + char(depth) + char(type) + std::string(3, '\0');
 }
 
 // `height` rows of `stride` bytes after filter byte `filter`.
@@ -69,13 +67,9 @@ struct Broken {
 
 std::vector<Broken> BrokenFiles() {
   std::string bad_crc = Picture(2), huge_length = Picture(2);
-  bad_crc[bad_crc.size() - 13] ^= 1;              // IDAT's CRC
-  huge_length.replace(33, 4, Be32(0x80000000u));  // IDAT's length
-  const std::string gamma = Be32(45455), scale(
-                                             "\1"
-                                             "1.5\0"
-                                             "2.5",
-                                             8);
+  bad_crc[bad_crc.size() - 13] ^= 1;            // IDAT's CRC
+  huge_length.replace(33, 4, Be(0x80000000u));  // IDAT's length
+  const std::string gamma = Be(45455), scale("\0011.5\0002.5", 8);
   return {
       {"tRNS of 3 bytes in grey", Picture(0, {{"tRNS", "abc"}}), "tRNS chunk does not fit"},
       {"tRNS of 2 bytes in RGB", Picture(2, {{"tRNS", "ab"}}), "tRNS chunk does not fit"},
