@@ -15,16 +15,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Sizes {
+const struct {
   int width, height;
   const char* layout;
   bool deep;
-};
-constexpr Sizes kFrames[] = {{320, 180, "rgb", false},
-                             {64, 200, "gray", true},
-                             {320, 180, "rgba", false},
-                             {64, 200, "ga", false},
-                             {320, 180, "rgb", true}};
+} kFrames[] = {{320, 180, "rgb", false},
+               {64, 200, "gray", true},
+               {320, 180, "rgba", false},
+               {64, 200, "ga", false},
+               {320, 180, "rgb", true}};
 
 class Streams : public ToolTest {
  protected:
@@ -34,7 +33,7 @@ class Streams : public ToolTest {
     fs::create_directory("in");
     std::string stream;
     for (std::size_t i = 0; i < std::size(kFrames); ++i) {
-      const Sizes& f = kFrames[i];
+      const auto& f = kFrames[i];
       const std::string name = "in/" + std::to_string(i + 1) + ".png";
       WritePattern(name, f.width, f.height, f.layout, f.deep);
       stream += Contents(name);

@@ -27,8 +27,6 @@ void ToolTest::TearDown() {
   fs::remove_all(dir_);
 }
 
-Outcome ToolTest::Run(std::vector<std::string> args) { return Run(std::move(args), nullptr, nullptr); }
-
 Outcome ToolTest::Run(std::vector<std::string> args, std::FILE* in, std::FILE* out_file) {
   args.insert(args.end(), {"--module", CINEBAR_MODULE_PATH});
   std::ostringstream out, err;

@@ -24,9 +24,8 @@ class ToolTest : public ::testing::Test {
  public:
   void SetUp() override;
   void TearDown() override;
-  Outcome Run(std::vector<std::string> args);  // adds --module naming the built module
-  // With IN "-" read from `in` and OUT "-" written to `out`.
-  Outcome Run(std::vector<std::string> args, std::FILE* in, std::FILE* out);
+  // Adds --module naming the built module; IN "-" reads `in` and OUT "-" writes `out`.
+  Outcome Run(std::vector<std::string> args, std::FILE* in = nullptr, std::FILE* out = nullptr);
   static std::vector<std::string> Files(const std::string& folder = ".");  // sorted names
 
  private:
