@@ -52,6 +52,17 @@ std::vector<std::vector<png_byte>> PackedRows(const Picture& p) {
   return rows;
 }
 
+// The offset of every chunk in a file, and its length.
+std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file) {
+  std::vector<std::pair<std::size_t, std::size_t>> found;
+  for (std::size_t at = 8; at + 8 <= file.size();) {
+    const auto* p = reinterpret_cast<const std::uint8_t*>(file.data() + at);
+    found.emplace_back(at, std::size_t{p[0]} << 24 | std::size_t{p[1]} << 16 | std::size_t{p[2]} << 8 | p[3]);
+    at += 12 + found.back().second;
+  }
+  return found;
+}
+
 }  // namespace
 
 std::string Be(std::uint32_t v, int bytes) {
@@ -165,19 +176,6 @@ std::string ChunkBytes(const std::string& type, const std::string& data) {
   return Be(std::uint32_t(data.size()), 4) + body +
          Be(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))), 4);
 }
-
-namespace {
-// The offset of every chunk in a file, and its length.
-std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file) {
-  std::vector<std::pair<std::size_t, std::size_t>> found;
-  for (std::size_t at = 8; at + 8 <= file.size();) {
-    const auto* p = reinterpret_cast<const std::uint8_t*>(file.data() + at);
-    found.emplace_back(at, std::size_t{p[0]} << 24 | std::size_t{p[1]} << 16 | std::size_t{p[2]} << 8 | p[3]);
-    at += 12 + found.back().second;
-  }
-  return found;
-}
-}  // namespace
 
 std::string Insert(const std::string& file, const std::string& chunk, const std::string& before) {
   for (const auto& [at, length] : Chunks(file))
