@@ -34,38 +34,25 @@ const Change kChanges[] = {
     {"2-bit grey turns RGB", 2, 0, 3},
 };
 
-std::string Be(std::uint32_t v, int bytes) {
-  std::string out;
-  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += char(v >> shift);
-  return out;
-}
-
 // Valid data of a chunk type in a picture; nullopt where the type has no place in its form.
 std::optional<std::string> ValidData(const std::string& type, const Picture& p) {
   const bool palette = p.color_type == 3, color = p.color_type & 2;
   const unsigned top = (1u << p.depth) - 1;
   std::string chromaticities;
   for (const std::uint32_t v : {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000})
-    chromaticities += Be(v, 4);
+    chromaticities += Be(v);
   const std::vector<std::pair<const char*, std::string>> data = {
       {"cHRM", chromaticities},
-      {"gAMA", Be(45455, 4)},
+      {"gAMA", Be(45455)},
       {"iCCP", IccpData(color ? "RGB " : "GRAY")},
       {"sRGB", std::string(1, '\0')},
       {"sBIT", std::string(palette ? 3 : std::size_t(p.channels()), char(palette ? 5 : p.depth))},
       {"bKGD", palette ? "\1" : Be(top / 3, 2) + (color ? Be(top / 2, 2) + Be(top, 2) : "")},
       {"hIST", std::string(p.palette.size() / 3 * 2, '\1')},
-      {"pHYs", Be(2835, 4) + Be(3780, 4) + '\1'},
-      {"oFFs", Be(10, 4) + Be(20, 4) + '\0'},
-      {"pCAL", std::string("cal\0", 4) + Be(0, 4) + Be(255, 4) +
-                   std::string("\0\2unit\0"
-                               "0\0"
-                               "1",
-                               10)},
-      {"sCAL", std::string("\1"
-                           "1.5\0"
-                           "2.5",
-                           8)},
+      {"pHYs", Be(2835) + Be(3780) + '\1'},
+      {"oFFs", Be(10) + Be(20) + '\0'},
+      {"pCAL", std::string("cal\0", 4) + Be(0) + Be(255) + std::string("\0\2unit\0000\0001", 10)},
+      {"sCAL", std::string("\0011.5\0002.5", 8)},
       {"sPLT", std::string("pal\0\x08\x10\x20\x30\xff\0\x01", 11)},
       {"eXIf", std::string("MM\0\x2a\0\0\0\x08\0\0", 10)},
       {"tIME", Be(2020, 2) + "\1\2\3\4\5"},

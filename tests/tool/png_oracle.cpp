@@ -5,6 +5,8 @@
 
 #include <csetjmp>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 namespace cinebar_png_test {
 namespace {
@@ -34,12 +36,6 @@ void OnWarning(png_structp png, png_const_charp message) {
   static_cast<Reading*>(png_get_error_ptr(png))->warnings.emplace_back(message);
 }
 
-std::string Be(std::uint32_t v, int bytes) {
-  std::string out;
-  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
-  return out;
-}
-
 // Rows as the file holds them: big-endian 16-bit, low depths packed high bit first.
 std::vector<std::vector<png_byte>> PackedRows(const Picture& p) {
   std::vector<std::vector<png_byte>> rows(static_cast<std::size_t>(p.height));
@@ -56,15 +52,33 @@ std::vector<std::vector<png_byte>> PackedRows(const Picture& p) {
   return rows;
 }
 
+// The offset of every chunk in a file, and its length.
+std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file) {
+  std::vector<std::pair<std::size_t, std::size_t>> found;
+  for (std::size_t at = 8; at + 8 <= file.size();) {
+    const auto* p = reinterpret_cast<const std::uint8_t*>(file.data() + at);
+    found.emplace_back(at, std::size_t{p[0]} << 24 | std::size_t{p[1]} << 16 | std::size_t{p[2]} << 8 | p[3]);
+    at += 12 + found.back().second;
+  }
+  return found;
+}
+
 }  // namespace
 
-Picture RandomPicture(std::mt19937& random, int max_side) {
+std::string Be(std::uint32_t v, int bytes) {
+  std::string out;
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
+  return out;
+}
+
+Picture RandomPicture(std::mt19937& random, int max_side, int width, int height) {
   const auto pick = [&](unsigned n) { return static_cast<int>(random() % n); };
   static const int kTypes[] = {0, 2, 3, 4, 6}, kDepths[] = {1, 2, 4, 8, 16};
   Picture p;
   p.color_type = kTypes[pick(5)];
   p.depth = p.color_type == 0 ? kDepths[pick(5)] : p.color_type == 3 ? kDepths[pick(4)] : 8 << pick(2);
-  p.width = 1 + pick(unsigned(max_side)), p.height = 1 + pick(unsigned(max_side));
+  p.width = width != 0 ? width : 1 + pick(unsigned(max_side));
+  p.height = height != 0 ? height : 1 + pick(unsigned(max_side));
   p.interlaced = pick(4) == 0;
   const unsigned values = 1u << p.depth, entries = p.color_type == 3 ? 1 + unsigned(pick(values)) : 0;
   for (unsigned i = 0; i < 3 * entries; ++i) p.palette += static_cast<char>(random());
@@ -141,24 +155,27 @@ Reading ReadWithLibpng(const std::string& file) {
   return r;
 }
 
+std::array<int, 4> Reading::Rgba(int x, int y) const {
+  const int bytes = depth / 8, full = (1 << depth) - 1;
+  const std::uint8_t* p =
+      samples.data() + (std::size_t(y) * std::size_t(width) + std::size_t(x)) * std::size_t(channels * bytes);
+  int s[4] = {};
+  for (int c = 0; c < channels; ++c) s[c] = bytes == 2 ? p[2 * c] << 8 | p[2 * c + 1] : p[c];
+  const bool color = channels >= 3;
+  return {s[0], s[color ? 1 : 0], s[color ? 2 : 0], channels % 2 == 0 ? s[channels - 1] : full};
+}
+
+std::string Contents(const std::string& path) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
+}
+
 std::string ChunkBytes(const std::string& type, const std::string& data) {
   const std::string body = type + data;
   return Be(std::uint32_t(data.size()), 4) + body +
          Be(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))), 4);
 }
-
-namespace {
-// The offset of every chunk in a file, and its length.
-std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file) {
-  std::vector<std::pair<std::size_t, std::size_t>> found;
-  for (std::size_t at = 8; at + 8 <= file.size();) {
-    const auto* p = reinterpret_cast<const std::uint8_t*>(file.data() + at);
-    found.emplace_back(at, std::size_t{p[0]} << 24 | std::size_t{p[1]} << 16 | std::size_t{p[2]} << 8 | p[3]);
-    at += 12 + found.back().second;
-  }
-  return found;
-}
-}  // namespace
 
 std::string Insert(const std::string& file, const std::string& chunk, const std::string& before) {
   for (const auto& [at, length] : Chunks(file))

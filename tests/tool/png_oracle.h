@@ -2,6 +2,7 @@
 // it (with its warnings and errors), chunks spliced into files, memory files.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -20,7 +21,8 @@ struct Picture {
   std::vector<std::uint16_t> samples;
   int channels() const { return color_type == 3 ? 1 : (color_type & 2 ? 3 : 1) + (color_type & 4 ? 1 : 0); }
 };
-Picture RandomPicture(std::mt19937& random, int max_side);  // any valid form, 1..max_side a side
+// Any valid form, 1..max_side a side, or `width` x `height` when these are not 0.
+Picture RandomPicture(std::mt19937& random, int max_side, int width = 0, int height = 0);
 std::string WriteWithLibpng(const Picture& picture);
 
 // What libpng makes of a file, expanded (palettes to RGB, low depths to 8
@@ -32,10 +34,13 @@ struct Reading {
   std::vector<std::uint8_t> samples;
   std::vector<unsigned> background;  // bKGD as grey or RGB (a palette entry's colour), empty without
   bool objects() const { return !error.empty() || !warnings.empty(); }
+  std::array<int, 4> Rgba(int x, int y) const;  // grey spread, opaque without alpha
   std::string objection() const { return error + (warnings.empty() ? "" : warnings[0]); }
 };
 Reading ReadWithLibpng(const std::string& file);
+std::string Contents(const std::string& path);  // a file's bytes
 
+std::string Be(std::uint32_t value, int bytes = 4);  // big-endian, as PNG stores numbers
 std::string ChunkBytes(const std::string& type, const std::string& data);  // length, type, data, CRC
 // `chunk` inserted before the first chunk of type `before`; the data of every chunk of a type.
 std::string Insert(const std::string& file, const std::string& chunk, const std::string& before);

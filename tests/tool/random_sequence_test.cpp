@@ -1,17 +1,16 @@
-// Seeded random sequences: sizes that come back to earlier ones, 1- to
-// 16-bit samples, every colour type, interlacing and text chunks, rendered
-// with one and with two jobs. Each output is judged pixel by pixel against
-// the input as libpng decodes it and the picture rectangle of the independent
-// model. CINEBAR_RANDOM_SEQUENCES=N runs N seeds instead of a few.
+// Seeded random sequences: sizes that come back to earlier ones, every colour
+// type and depth (tRNS too), interlacing and text chunks, rendered with one
+// and with two jobs at random deflate levels. Each output is judged pixel by pixel against the input
+// as libpng decodes it and the picture rectangle of the independent model,
+// and its form must be the smallest that holds the input's and the bars'.
+// CINEBAR_RANDOM_SEQUENCES=N runs N seeds instead of a few.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <array>
 #include <cmath>
-#include <csetjmp>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <random>
 
 #include "tests/effect/picture_model.h"
@@ -21,86 +20,6 @@ namespace cinebar_tool_test {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct InputForm {
-  int color_type, depth;
-  bool trns;  // a palette with transparent entries
-};
-constexpr InputForm kForms[] = {
-    {PNG_COLOR_TYPE_GRAY, 8, false},       {PNG_COLOR_TYPE_GRAY, 16, false},
-    {PNG_COLOR_TYPE_GRAY, 4, false},       {PNG_COLOR_TYPE_GRAY, 1, false},
-    {PNG_COLOR_TYPE_GRAY_ALPHA, 8, false}, {PNG_COLOR_TYPE_GRAY_ALPHA, 16, false},
-    {PNG_COLOR_TYPE_RGB, 8, false},        {PNG_COLOR_TYPE_RGB, 16, false},
-    {PNG_COLOR_TYPE_RGBA, 8, false},       {PNG_COLOR_TYPE_RGBA, 16, false},
-    {PNG_COLOR_TYPE_PALETTE, 8, false},    {PNG_COLOR_TYPE_PALETTE, 2, true},
-};
-
-// Writes random samples in the given form with libpng's full interface.
-void WriteRandom(const std::string& path, int width, int height, const InputForm& form, bool interlace,
-                 bool text, std::mt19937& random) {
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  ASSERT_NE(file, nullptr) << path;
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(png);
-  ASSERT_EQ(setjmp(png_jmpbuf(png)), 0) << "libpng failed to write " << path;
-  png_init_io(png, file);
-  png_set_IHDR(png, info, width, height, form.depth, form.color_type,
-               interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-               PNG_FILTER_TYPE_DEFAULT);
-  const int entries = 1 << std::min(form.depth, 8);
-  std::vector<png_color> palette(entries);
-  std::vector<png_byte> alpha(entries);
-  for (int i = 0; i < entries; ++i) {
-    palette[i] = {png_byte(random()), png_byte(random()), png_byte(random())};
-    alpha[i] = png_byte(random());
-  }
-  if (form.color_type == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette.data(), entries);
-  if (form.trns) png_set_tRNS(png, info, alpha.data(), entries, nullptr);
-  png_text comment{};
-  comment.compression = PNG_TEXT_COMPRESSION_NONE;
-  comment.key = const_cast<char*>("Comment");
-  comment.text = const_cast<char*>("random sequence");
-  if (text) png_set_text(png, info, &comment, 1);
-  png_write_info(png, info);
-  png_set_interlace_handling(png);
-  const std::size_t stride = png_get_rowbytes(png, info);
-  std::vector<png_byte> samples(stride * static_cast<std::size_t>(height));
-  for (png_byte& b : samples) b = png_byte(random());
-  std::vector<png_bytep> rows(height);
-  for (int y = 0; y < height; ++y) rows[y] = samples.data() + stride * static_cast<std::size_t>(y);
-  png_write_image(png, rows.data());
-  png_write_end(png, nullptr);
-  png_destroy_write_struct(&png, &info);
-  ASSERT_EQ(std::fclose(file), 0);
-}
-
-// The input as RGBA in its own depth (8 or 16 bits), palette and low bit
-// depths expanded by libpng.
-std::vector<std::array<int, 4>> Expanded(const std::string& path, int* depth) {
-  std::vector<std::array<int, 4>> pixels;
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(png);
-  if (file != nullptr && !setjmp(png_jmpbuf(png))) {
-    png_init_io(png, file);
-    png_read_png(png, info, PNG_TRANSFORM_EXPAND | PNG_TRANSFORM_GRAY_TO_RGB, nullptr);
-    *depth = png_get_bit_depth(png, info);
-    const int channels = png_get_channels(png, info), full = *depth == 16 ? 65535 : 255;
-    const png_bytepp rows = png_get_rows(png, info);
-    for (png_uint_32 y = 0; y < png_get_image_height(png, info); ++y)
-      for (png_uint_32 x = 0; x < png_get_image_width(png, info); ++x) {
-        std::array<int, 4> p{0, 0, 0, full};
-        for (int c = 0; c < channels; ++c) {
-          const png_bytep s = rows[y] + (x * channels + c) * (*depth / 8);
-          p[c] = *depth == 16 ? s[0] << 8 | s[1] : s[0];
-        }
-        pixels.push_back(p);
-      }
-  }
-  png_destroy_read_struct(&png, &info, nullptr);
-  if (file != nullptr) std::fclose(file);
-  return pixels;
-}
 
 struct Look {  // the options of one sequence's render
   float ratio;
@@ -120,72 +39,77 @@ std::array<int, 4> Bar(const Look& look, bool deep) {
 // Counts the pixels of `out` that are neither the input inside the model's
 // rectangle nor the bar outside it; reports the first few.
 int WrongPixels(const std::string& in, const std::string& out, const Look& look) {
-  int depth = 0;
-  const std::vector<std::array<int, 4>> want = Expanded(in, &depth);
-  const Decoded got = Decode(out);
-  if (got.depth != depth || got.samples.size() / std::max(got.channels, 1) != want.size()) {
-    ADD_FAILURE() << out << ": " << got.width << "x" << got.height << " depth " << got.depth;
+  const Reading want = Decode(in), got = Decode(out);
+  if (got.depth != want.depth || got.width != want.width || got.height != want.height) {
+    ADD_FAILURE() << out << ": " << got.width << "x" << got.height << " depth " << got.depth << got.error;
     return -1;
   }
   const PF_Rect r = picture_model::Model(got.width, got.height, look.ratio, {1, 1}, {1, 1}, look.aspect);
-  const std::array<int, 4> bar = Bar(look, depth == 16), clear{0, 0, 0, 0};
-  const int full = depth == 16 ? 65535 : 255;
+  const std::array<int, 4> bar = Bar(look, want.depth == 16), clear{0, 0, 0, 0};
+  const int full = want.depth == 16 ? 65535 : 255;
+  bool color = want.channels >= 3, alpha = want.channels % 2 == 0;
   int wrong = 0;
   for (int y = 0; y < got.height; ++y)
     for (int x = 0; x < got.width; ++x) {
       const bool inside = x >= r.left && x < r.right && y >= r.top && y < r.bottom;
-      const std::array<int, 4>& expected = !inside        ? bar
-                                           : look.cleared ? clear
-                                                          : want[static_cast<std::size_t>(y * got.width + x)];
-      const std::uint16_t* p = got.at(x, y);
-      const bool color = got.channels >= 3;
-      const std::array<int, 4> pixel{p[0], p[color ? 1 : 0], p[color ? 2 : 0],
-                                     got.channels % 2 == 0 ? p[got.channels - 1] : full};
+      const std::array<int, 4> expected = !inside ? bar : look.cleared ? clear : want.Rgba(x, y);
+      color = color || expected[0] != expected[1] || expected[1] != expected[2];
+      alpha = alpha || expected[3] != full;
+      const std::array<int, 4> pixel = got.Rgba(x, y);
       if (pixel != expected && ++wrong <= 3)
         ADD_FAILURE() << out << " pixel " << x << "," << y << (inside ? " (picture)" : " (bar)") << " is "
                       << pixel[0] << " " << pixel[1] << " " << pixel[2] << " " << pixel[3];
     }
+  EXPECT_EQ(got.channels, (color ? 3 : 1) + (alpha ? 1 : 0)) << out << ": not the smallest form";
   return wrong;
 }
 
-int Seeds() {
-  const char* n = std::getenv("CINEBAR_RANDOM_SEQUENCES");
-  return n != nullptr ? std::max(1, std::atoi(n)) : 3;
+// One sequence in in/: frames of three random sizes in random forms, some with text.
+std::vector<bool> WriteSequence(std::mt19937& random) {
+  const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+  std::vector<std::pair<int, int>> sizes(3);
+  for (auto& [w, h] : sizes) w = 1 + pick(300), h = 1 + pick(200);
+  fs::remove_all("in"), fs::create_directory("in");
+  std::vector<bool> texts(static_cast<std::size_t>(4 + pick(4)));
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const auto [w, h] = sizes[static_cast<std::size_t>(pick(3))];
+    const Picture p = RandomPicture(random, 0, w, h);
+    std::string file = WriteWithLibpng(p);
+    if ((texts[i] = pick(2) == 1))
+      file = Insert(file, ChunkBytes("tEXt", std::string("Comment\0hi", 10)), "IEND");
+    std::ofstream("in/" + std::to_string(i) + ".png", std::ios::binary) << file;
+  }
+  return texts;
 }
 
 TEST_F(ToolTest, RandomSequencesEveryFrameExactAtOneAndTwoJobs) {
   constexpr float kRatios[] = {1.0f, 1.333f, 1.85f, 2.35f, 0.5f, 4.0f};
   constexpr PF_RationalScale kAspects[] = {{1, 1}, {10, 11}, {40, 33}, {2, 1}};
-  for (int seed = 1; seed <= Seeds(); ++seed) {
+  const char* seeds = std::getenv("CINEBAR_RANDOM_SEQUENCES");
+  for (int seed = 1; seed <= (seeds != nullptr ? std::max(1, std::atoi(seeds)) : 4); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
     const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
-    std::vector<std::pair<int, int>> sizes(3);
-    for (auto& [w, h] : sizes) w = 1 + pick(300), h = 1 + pick(200);
-    fs::remove_all("in"), fs::create_directory("in");
-    const int frames = 4 + pick(4);
-    std::vector<bool> texts;
-    for (int i = 0; i < frames; ++i) {
-      texts.push_back(pick(2) == 1);
-      const auto [w, h] = sizes[static_cast<std::size_t>(pick(3))];
-      WriteRandom("in/" + std::to_string(i) + ".png", w, h, kForms[pick(std::size(kForms))], pick(2) == 1,
-                  texts.back(), random);
-    }
-    const Look look{
-        kRatios[pick(6)], kAspects[pick(4)], {pick(256), pick(256), pick(256)}, pick(3) == 0, pick(3) == 0};
+    const std::vector<bool> texts = WriteSequence(random);
+    const int grey = pick(256);  // grey bars in half the sequences, so that grey inputs stay grey
+    const std::array<int, 3> color = pick(2) == 0 ? std::array<int, 3>{grey, grey, grey}
+                                                  : std::array<int, 3>{pick(256), pick(256), pick(256)};
+    const Look look{kRatios[pick(6)], kAspects[pick(4)], color, pick(3) == 0, pick(3) == 0};
     char options[160];
     std::snprintf(options, sizeof options, "--ratio %g --pixel-aspect %d/%u --color #%02X%02X%02X%s%s",
                   look.ratio, look.aspect.num, look.aspect.den, look.color[0], look.color[1], look.color[2],
                   look.opaque ? " --opaque-bars" : "", look.cleared ? " --render on-transparent" : "");
-    SCOPED_TRACE(options);
-    for (const char* jobs : {"1", "2"}) {
+    for (const int jobs : {1, 2}) {  // each at a deflate level of its own, 0 (stored, unfiltered) to 12
+      const std::string run = "render in out --jobs " + std::to_string(jobs) + " --compression " +
+                              std::to_string(pick(13)) + " " + options;
+      SCOPED_TRACE(run);
       fs::remove_all("out");
-      const Outcome outcome = Run(Words(std::string("render in out --jobs ") + jobs + " " + options));
+      const Outcome outcome = Run(Words(run));
       ASSERT_EQ(outcome.code, 0) << outcome.err;
-      ASSERT_EQ(Files("out").size(), static_cast<std::size_t>(frames));
-      for (int i = 0; i < frames; ++i) {
+      ASSERT_EQ(Files("out").size(), texts.size());
+      for (std::size_t i = 0; i < texts.size(); ++i) {
         const std::string name = std::to_string(i) + ".png";
-        EXPECT_EQ(WrongPixels("in/" + name, "out/" + name, look), 0) << "jobs " << jobs;
+        EXPECT_EQ(WrongPixels("in/" + name, "out/" + name, look), 0);
         EXPECT_EQ(Contents("out/" + name).find("tEXtComment") != std::string::npos, texts[i]) << name;
       }
     }

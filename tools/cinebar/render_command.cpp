@@ -56,9 +56,10 @@ Plan PlanStage(const Options& options, Console& console) {
 }
 
 struct Probe {
-  Frame first;               // the first readable frame (a header, or whole from the stream)
-  std::string first_name;    // its name in messages
-  std::vector<Frame> sizes;  // headers of each size and depth, with --dry-run
+  Frame first;                          // the first readable frame (a header, or whole from the stream)
+  std::string first_name;               // its name in messages
+  std::vector<Frame> sizes;             // headers of each size and depth, with --dry-run
+  std::vector<std::string> size_names;  // the first frame of each
 };
 
 // Probe: the first readable frame (with --skip-bad, past unreadable ones);
@@ -70,6 +71,7 @@ Probe ProbeStage(const Options& options, const Plan& plan, std::FILE* stream) {
     if (!ReadPng(stream, probe.first_name, probe.first))
       throw ToolError(kExitInput, "no frames on standard input");
     probe.sizes.push_back(probe.first);
+    probe.size_names.push_back(probe.first_name);
     return probe;
   }
   for (const FramePair& frame : plan.frames) {
@@ -85,8 +87,10 @@ Probe ProbeStage(const Options& options, const Plan& plan, std::FILE* stream) {
     if (probe.sizes.empty()) probe.first_name = frame.in;
     if (std::none_of(probe.sizes.begin(), probe.sizes.end(), [&](const Frame& s) {
           return s.width == header.width && s.height == header.height && s.deep == header.deep;
-        }))
+        })) {
       probe.sizes.push_back(header);
+      probe.size_names.push_back(frame.in);
+    }
     if (!options.dry_run) break;
   }
   probe.first = probe.sizes.front();
@@ -154,7 +158,8 @@ void SayWhatIsUsed(const Session& session, Layer& layer, const Probe& probe, con
                 layer.param(ratio.index).u.fs_d.value);
   out << "pixel aspect " << aspect.num << "/" << aspect.den << " (" << aspect_source << ")\n"
       << "ratio " << number << " (preset " << item(preset) << "), " << item(mode) << "\n";
-  for (const Frame& f : probe.sizes) SayPicture(layer, f, probe.first_name, out, err);
+  for (std::size_t i = 0; i < probe.sizes.size(); ++i)
+    SayPicture(layer, probe.sizes[i], probe.size_names[i], out, err);
   out.flush();
 }
 

@@ -1,4 +1,4 @@
-// The frame's file-level entry points, on the PNG unit (png/).
+// Frame: its memory, and its file-level entry points on the PNG unit (png/).
 #include <cerrno>
 #include <cstring>
 #include <memory>
