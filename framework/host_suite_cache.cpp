@@ -11,12 +11,12 @@ int LowestBit(uint64_t bits) { return __builtin_ctzll(bits); }  // bits is never
 const SuitePair* const HostSuiteCache::kPairs = kSuitePairs;
 
 // The slots are left as they are: the fill bits say which ones hold a suite.
-HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), filled_{} {
+HostSuiteCache::HostSuiteCache(SPBasicSuite* broker) : broker_(broker), filled_{}, any_filled_{} {
   if (broker_ == nullptr) MissingSuite(*this);
 }
 
 HostSuiteCache::~HostSuiteCache() {
-  if ((filled_[0] | filled_[1]) == 0) return;  // most caches fetch nothing
+  if (!any_filled_) return;
   for (int word = 0; word < kFillWords; ++word) {
     for (uint64_t bits = filled_[word]; bits != 0; bits &= bits - 1) {
       const int slot = word * 64 + LowestBit(bits);

@@ -69,6 +69,7 @@ class HostSuiteCache {
     if (suite == nullptr) return nullptr;
     slots_[kSlot] = const_cast<void*>(suite);
     filled_[kSlot / 64] |= kBit;
+    any_filled_ = true;
     return slots_[kSlot];
   }
   [[noreturn]] static void ThrowMissing(int slot);
@@ -79,4 +80,5 @@ class HostSuiteCache {
   // filled slots only (in slot order, which is the release order).
   void* slots_[kSlotCount];
   uint64_t filled_[kFillWords];
+  bool any_filled_;  // most caches fetch nothing: their release ends at once
 };
