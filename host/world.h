@@ -5,7 +5,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <cstdlib>
+#include <memory>
 
 #include "hostapi/ae_effect.h"
 
@@ -19,6 +20,10 @@ class World {
   // Throws std::invalid_argument for a negative size, a negative padding or a
   // row longer than the record's 32-bit rowbytes can express.
   World(A_long width, A_long height, bool deep = false, A_long row_padding = 0);
+  World(const World& other);  // a duplicated layer: the same pixels in a buffer of its own
+  World& operator=(const World& other);
+  World(World&&) noexcept = default;
+  World& operator=(World&&) noexcept = default;
 
   A_long width() const { return width_; }
   A_long height() const { return height_; }
@@ -56,7 +61,11 @@ class World {
   bool deep_;
   A_long rowbytes_;
   PF_RationalScale pixel_aspect_{1, 1};
-  std::vector<std::uint8_t> bytes_;
+  struct Free {
+    void operator()(std::uint8_t* bytes) const { std::free(bytes); }
+  };
+  std::unique_ptr<std::uint8_t[], Free> bytes_;  // rows, then the tail guard
+  std::size_t size_ = 0;
   PF_LayerDef layer_{};
 };
 
