@@ -2,9 +2,12 @@
 // 8 or 16 bits per channel, with optional padding at the end of every row.
 // Padding bytes and a tail after the last row hold kGuardByte, so a drawing
 // function that writes outside the image is caught by GuardsIntact().
+// A world without pixels (for measuring what a module draws) has a real
+// record but only reserved address space behind it: no guards, no pixels.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "hostapi/ae_effect.h"
@@ -20,11 +23,25 @@ class World {
   // row longer than the record's 32-bit rowbytes can express.
   World(A_long width, A_long height, bool deep = false, A_long row_padding = 0);
 
+  // The same record (size, rowbytes, flags, extent) over address space that
+  // takes no memory until touched. The host's fill and copy on it record the
+  // call and touch nothing; pixel access throws std::logic_error. Throws
+  // std::runtime_error where the system cannot reserve the range.
+  static World WithoutPixels(A_long width, A_long height, bool deep = false);
+  bool has_pixels() const { return has_pixels_; }
+  // Where the record's data points, and the bytes it spans: rowbytes times height.
+  const void* data() const;
+  std::size_t data_bytes() const;
+  // Whether any page behind a world without pixels was read or written since
+  // it was made (always false for a world with pixels).
+  bool PixelsTouched() const;
+
   A_long width() const { return width_; }
   A_long height() const { return height_; }
   bool deep() const { return deep_; }
   A_long rowbytes() const { return rowbytes_; }
-  A_long bytes_per_pixel() const { return deep_ ? 8 : 4; }
+  static constexpr A_long BytesPerPixel(bool deep) { return deep ? 8 : 4; }
+  A_long bytes_per_pixel() const { return BytesPerPixel(deep_); }
   void set_pixel_aspect(PF_RationalScale ratio) { pixel_aspect_ = ratio; }
 
   // Pixel access; coordinates outside the world throw std::out_of_range.
@@ -49,7 +66,11 @@ class World {
   PF_LayerDef* layer();
 
  private:
+  struct NoPixels {};
+  World(A_long width, A_long height, bool deep, NoPixels);
+  static A_long RowBytes(A_long width, A_long height, bool deep, A_long row_padding);
   std::size_t Offset(A_long x, A_long y) const;
+  std::uint8_t* mutable_data();
 
   A_long width_;
   A_long height_;
@@ -57,6 +78,9 @@ class World {
   A_long rowbytes_;
   PF_RationalScale pixel_aspect_{1, 1};
   std::vector<std::uint8_t> bytes_;
+  bool has_pixels_ = true;
+  // A world without pixels' range; copies share it, there being nothing in it to copy.
+  std::shared_ptr<std::uint8_t> reserved_;
   PF_LayerDef layer_{};
 };
 

@@ -6,6 +6,7 @@
 
 #include <random>
 #include <string>
+#include <tuple>
 
 #include "tests/effect/picture_model.h"
 #include "tools/cinebar/controls.h"
@@ -73,6 +74,47 @@ TEST(Probe, FindsThePictureWhateverColourTheBarsAre) {
       }
     }
   }
+}
+
+// The dry run's picture, replayed from the host's record of one render in
+// worlds without pixels, is the pixel probe's: over random sizes (a row, a
+// column, pictures that vanish), depths, ratios, pixel aspects, render modes
+// and bars of a third colour, of the probe's value and transparent black.
+TEST(Probe, ReplayFindsWhatThePixelProbeFinds) {
+  std::mt19937 random(31);
+  int vanished = 0;
+  for (const PF_RationalScale aspect : {PF_RationalScale{1, 1}, {2, 1}, {10, 11}}) {
+    Session session(CINEBAR_MODULE_PATH, aspect);
+    Layer layer(session);
+    const auto& color = session.control(cinebar_tool::kColorControl, PF_Param_COLOR);
+    const auto& ratio = session.control(cinebar_tool::kRatioControl, PF_Param_FLOAT_SLIDER);
+    const auto& mode = session.control(cinebar_tool::kRenderControl, PF_Param_POPUP);
+    const double low = ratio.def.u.fs_d.valid_min, high = ratio.def.u.fs_d.valid_max;
+    const PF_Pixel bars[] = {{255, 32, 160, 64}, {0x11, 0x11, 0x11, 0x11}, {0, 0, 0, 0}};
+    for (int i = 0; i < 24; ++i) {
+      const int width = i % 4 == 0 ? 1 : 1 + int(random() % 400),
+                height = i % 4 == 1 ? 1 : 1 + int(random() % 400);
+      layer.Change(
+          Edit{ratio.index, PF_Param_FLOAT_SLIDER, 0, low + (high - low) * (random() % 1000) / 999, {}});
+      layer.Change(Edit{color.index, PF_Param_COLOR, 0, 0.0, bars[i % 3]});
+      const char* item = i / 3 % 2 == 0 ? "on-image" : "on-transparent";
+      layer.Change(Edit{mode.index, PF_Param_POPUP, cinebar_tool::FindItem(mode, item).at(0), 0.0, {}});
+      for (const bool deep : {false, true}) {
+        bool replayed = false;
+        const Picture m = layer.Measure(width, height, deep, &replayed);
+        cinebar_tool::Worlds worlds;
+        const Picture p = layer.Find(width, height, deep, worlds);
+        const auto fields = [](const Picture& q) {
+          return std::tuple(q.left, q.top, q.right, q.bottom, q.image);
+        };
+        EXPECT_TRUE(replayed);
+        EXPECT_EQ(fields(m), fields(p)) << width << "x" << height << (deep ? " deep " : " ") << item
+                                        << " bars " << i % 3 << " aspect " << aspect.num << "/" << aspect.den;
+        vanished += p.empty() ? 1 : 0;
+      }
+    }
+  }
+  EXPECT_GT(vanished, 0);  // the draw reached sizes whose picture vanishes
 }
 
 }  // namespace

@@ -125,8 +125,7 @@ PF_RationalScale PixelAspect(const Options& options, const Probe& probe, std::st
 void SayPicture(Layer& layer, const Frame& f, const std::string& name, std::ostream& out, std::ostream& err) {
   Picture p;
   try {
-    Worlds probe;  // freed before the next size, and before the run's own worlds
-    p = layer.Find(f.width, f.height, f.deep, probe);
+    p = layer.Measure(f.width, f.height, f.deep);
   } catch (const std::bad_alloc&) {
     throw ToolError(kExitMemory, "out of memory probing the module at " + std::to_string(f.width) + "x" +
                                      std::to_string(f.height) + " (" + name + ")");
