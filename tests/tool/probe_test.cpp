@@ -4,13 +4,17 @@
 // decides), in both render modes, at both depths.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
 #include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "tests/effect/picture_model.h"
 #include "tools/cinebar/controls.h"
 #include "tools/cinebar/layer.h"
+#include "tools/cinebar/replay.h"
 #include "tools/cinebar/session.h"
 
 namespace cinebar_tool_test {
@@ -115,6 +119,56 @@ TEST(Probe, ReplayFindsWhatThePixelProbeFinds) {
     }
   }
   EXPECT_GT(vanished, 0);  // the draw reached sizes whose picture vanishes
+}
+
+// The replay over hand-made records: later calls over earlier ones in two
+// dimensions, refused calls passed over, no answer for what it cannot follow.
+TEST(Probe, ReplayFollowsTheCallsOrGivesUp) {
+  using cinebar_simhost::CallRecord;
+  std::uint8_t bytes[3];
+  const auto world = [&](int at, A_long rowbytes = 40) {
+    PF_LayerDef w{};
+    w.data = reinterpret_cast<PF_PixelPtr>(&bytes[at]), w.rowbytes = rowbytes, w.width = 10, w.height = 8;
+    return w;
+  };
+  const auto fill = [](const PF_LayerDef& w, PF_Rect r, A_u_char v, long long result = PF_Err_NONE) {
+    CallRecord c;
+    c.fn = cinebar_simhost::HostFn::kFill, c.result = result, c.rect = r, c.color = PF_Pixel{v, v, v, v},
+    c.world = w;
+    return c;
+  };
+  const auto copy = [](const PF_LayerDef& src, const PF_LayerDef& dst, PF_Rect r) {
+    CallRecord c;
+    c.fn = cinebar_simhost::HostFn::kCopy, c.rect = c.src_rect = r, c.world = dst, c.src_world = src;
+    return c;
+  };
+  const PF_LayerDef in = world(0), out = world(1);
+  const PF_Rect all{0, 0, 10, 8}, mid{2, 1, 7, 5}, none{10, 8, 0, 0};
+  const struct {
+    std::vector<CallRecord> calls;
+    std::optional<std::pair<PF_Rect, PF_Rect>> shown_cleared;  // after a flat input of 0x11
+  } kCases[] = {
+      {{}, {{none, all}}},
+      {{fill(out, all, 9), copy(in, out, mid)}, {{mid, none}}},
+      {{fill(out, all, 9), fill(out, mid, 0), fill(out, {0, 0, 1, 1}, 0, PF_Err_BAD_CALLBACK_PARAM)},
+       {{none, mid}}},
+      {{fill(out, all, 0x11)}, {{all, none}}},
+      {{fill(in, all, 9)}, {}},
+      {{copy(out, out, mid)}, {}},
+      {{copy(world(2), out, mid)}, {}},
+      {{fill(world(1, 44), all, 9)}, {}},
+  };
+  const auto text = [](int l, int t, int r, int b) { return picture_model::Text(PF_Rect{l, t, r, b}); };
+  for (const auto& c : kCases) {
+    const std::optional<cinebar_tool::Drawing> drawing = cinebar_tool::Drawing::Replay(c.calls, 0, in, out);
+    ASSERT_EQ(drawing.has_value(), c.shown_cleared.has_value()) << c.calls.size() << " calls";
+    if (!drawing) continue;
+    const cinebar_tool::Looked seen = drawing->Look(0x11);
+    for (const auto& [got, want] :
+         {std::pair{seen.shown, c.shown_cleared->first}, {seen.cleared, c.shown_cleared->second}})
+      EXPECT_EQ(text(got.left, got.top, got.right, got.bottom),
+                text(want.left, want.top, want.right, want.bottom));
+  }
 }
 
 }  // namespace
