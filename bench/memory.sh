@@ -3,11 +3,13 @@
 # frames that show what it holds at once:
 #   16000x16000 RGBA at 8 bits, nearly flat (about 1 MB of file, 976 MiB of
 #   pixels): rendered, and read and written again by the codec alone (the floor);
-#   16000x16000 grey at 8 bits: --dry-run (headers, and the module probed at that size);
+#   16000x16000 grey at 8 bits: --dry-run (headers, and the module's picture at that
+#   size), beside the same of a 64x64 grey frame (the tool's own base);
 #   a 3840x2160 16-bit photograph of mate-backgrounds: rendered at the
 #   defaults and with --opaque-bars, against ffmpeg's crop+pad writing rgb48be.
 # Prints a Markdown table: what, seconds, peak MiB.
-#   bench/memory.sh [BUILD_DIR]   (default build/native-release, built if needed)
+#   bench/memory.sh [BUILD_DIR [BASELINE_BUILD_DIR]]   (default build/native-release, built if
+#   needed; with a baseline, its cinebar's dry runs too, interleaved in the same run)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=bench/tool_setup.sh
@@ -45,7 +47,8 @@ peak() {
 }
 
 flat "$work/rgba.png" 16000 4
-flat "$work/grey.png" 16000 1
+flat "$work/grey16000.png" 16000 1
+flat "$work/grey64.png" 64 1
 photo="$(ls /usr/share/backgrounds/mate/nature/*.jpg | head -n 1)"
 ffmpeg -loglevel error -i "$photo" -vf "scale=3840:2160:force_original_aspect_ratio=increase,crop=3840:2160,format=rgb48be" \
   "$work/photo.png"
@@ -58,7 +61,15 @@ peak "16000x16000 RGBA: render" "$cinebar" render "$work/rgba.png" "$work/out/o.
 peak "16000x16000 RGBA: render --opaque-bars" "$cinebar" render "$work/rgba.png" "$work/out/o.png" --preset 2.35 \
   --jobs 1 --opaque-bars
 peak "16000x16000 RGBA: floor (read and written again)" "$floor" "$work/out" "$work/rgba.png"
-peak "16000x16000 grey: render --dry-run" "$cinebar" render "$work/grey.png" "$work/out/o.png" --preset 2.35 --dry-run
+baseline="${2:+$2/tools/cinebar/cinebar}"
+for side in 64 16000; do
+  peak "${side}x$side grey: render --dry-run" "$cinebar" render "$work/grey$side.png" "$work/out/o.png" \
+    --preset 2.35 --dry-run
+  if [ -n "$baseline" ]; then
+    peak "${side}x$side grey: render --dry-run (baseline)" "$baseline" render "$work/grey$side.png" \
+      "$work/out/o.png" --preset 2.35 --dry-run
+  fi
+done
 peak "2160p 16-bit photograph: render" "$cinebar" render "$work/photo.png" "$work/out/o.png" --preset 2.35 --jobs 1
 peak "2160p 16-bit photograph: render --opaque-bars" "$cinebar" render "$work/photo.png" "$work/out/o.png" \
   --preset 2.35 --jobs 1 --opaque-bars

@@ -195,8 +195,12 @@ SPErr ReleaseSuite(const char* name, int32_t version) {
 
 void Keep(CallRecord& r, const PF_Pixel& c) { r.color = c; }
 void Keep(CallRecord& r, const PF_Pixel16& c) { r.color16 = c; }
-PixelProblem Draw(const PF_Pixel& c, const PF_Rect* rect, PF_LayerDef& w) { return FillRect8(c, rect, w); }
-PixelProblem Draw(const PF_Pixel16& c, const PF_Rect* rect, PF_LayerDef& w) { return FillRect16(c, rect, w); }
+PixelProblem Draw(const PF_Pixel& c, const PF_Rect* rect, PF_LayerDef& w, bool draw) {
+  return FillRect8(c, rect, w, draw);
+}
+PixelProblem Draw(const PF_Pixel16& c, const PF_Rect* rect, PF_LayerDef& w, bool draw) {
+  return FillRect16(c, rect, w, draw);
+}
 
 template <HostFn Fn, typename Pixel>
 PF_Err Fill(PF_ProgPtr effect_ref, const Pixel* color, const PF_Rect* rect, PF_LayerDef* world) {
@@ -205,7 +209,7 @@ PF_Err Fill(PF_ProgPtr effect_ref, const Pixel* color, const PF_Rect* rect, PF_L
   if (rect) c.record().rect = *rect;
   if (world) c.record().world = *world;
   if (!c.AdmitFrom(effect_ref, {color, world}, "null colour or world")) return c.Answer<PF_Err>();
-  const PixelProblem problem = Draw(*color, rect, *world);
+  const PixelProblem problem = Draw(*color, rect, *world, !c.host().current().WithoutPixels(world->data));
   if (!problem.empty()) return c.Refuse(PF_Err_BAD_CALLBACK_PARAM, problem);
   return PF_Err_NONE;
 }
@@ -218,7 +222,8 @@ PF_Err Copy(PF_ProgPtr effect_ref, PF_LayerDef* src, PF_LayerDef* dst, PF_Rect* 
   if (src_rect) c.record().src_rect = *src_rect;
   if (dst_rect) c.record().rect = *dst_rect;
   if (!c.AdmitFrom(effect_ref, {src, dst}, "null world")) return c.Answer<PF_Err>();
-  const PixelProblem problem = CopyRect(*src, *dst, src_rect, dst_rect);
+  const PixelProblem problem =
+      CopyRect(*src, *dst, src_rect, dst_rect, !c.host().current().WithoutPixels(dst->data));
   if (!problem.empty()) return c.Refuse(PF_Err_BAD_CALLBACK_PARAM, problem);
   return PF_Err_NONE;
 }

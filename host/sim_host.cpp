@@ -1,5 +1,7 @@
 #include "host/sim_host.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
@@ -26,6 +28,15 @@ Host::CommandObserver g_observer = nullptr;
   asm volatile("" : : "r"(area) : "memory");  // the writes must happen
 }
 }  // namespace
+
+bool CommandInProgress::WithoutPixels(const void* data) const {
+  const auto at = reinterpret_cast<std::uintptr_t>(data);
+  return data != nullptr &&
+         std::any_of(without_pixels.begin(), without_pixels.end(), [&](const World* world) {
+           const auto start = reinterpret_cast<std::uintptr_t>(world->data());
+           return at >= start && at - start < world->data_bytes();
+         });
+}
 
 void Host::SetCommandObserver(CommandObserver observer) { g_observer = observer; }
 

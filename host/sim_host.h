@@ -46,6 +46,9 @@ struct CommandInProgress {
   PF_Cmd cmd = -1;
   Instance* instance = nullptr;                            // the instance it is for, if any
   std::vector<std::pair<A_long, PF_ParamDef>> ui_updates;  // its PF_UpdateParamUI calls
+  std::vector<const World*> without_pixels;                // its worlds whose drawing is only recorded
+  // Whether `data` lies in one of those worlds.
+  bool WithoutPixels(const void* data) const;
 };
 
 class Host {
@@ -84,6 +87,8 @@ class Host {
   PF_Err ChangeColor(Instance& instance, A_long index, PF_Pixel value);
   PF_Err UserChanged(Instance& instance, A_long index);
   PF_Err UpdateParamsUI(Instance& instance) { return Command(instance, PF_Cmd_UPDATE_PARAMS_UI); }
+  // Either world may be one without pixels: the module's fills and copies
+  // into it are checked and recorded as always, and draw nothing.
   PF_Err Render(Instance& instance, World& output);
   PF_Err Event(Instance& instance, PF_EventExtra& extra, World* output = nullptr);
   // The sequence bytes and parameter values (flattened first when the module asked for it).

@@ -49,6 +49,12 @@ PF_Err Host::UserChanged(Instance& instance, A_long index) {
 }
 
 PF_Err Host::Render(Instance& instance, World& output) {
+  struct Forget {
+    std::vector<const World*>& worlds;
+    ~Forget() { worlds.clear(); }
+  } forget{current_.without_pixels};
+  for (const World* world : {&instance.input(), &output})
+    if (!world->has_pixels()) current_.without_pixels.push_back(world);
   return Command(instance, PF_Cmd_RENDER, output.layer(), nullptr);
 }
 

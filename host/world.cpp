@@ -6,58 +6,58 @@
 #include <stdexcept>
 #include <string>
 
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
-
 #include "hostapi/ae_constants.h"
+#include "platform/pages.h"
 
 namespace cinebar_simhost {
-namespace {
 
-// A frame-sized world is written whole by the module's first fill. Faulting
-// its pages in one call instead of one page at a time takes a third off the
-// kernel's share of a large frame (an 8000x8000 frame: 0.57 s instead of 0.73 s).
-void Prefault(void* bytes, std::size_t size) {
-#if defined(__linux__) && defined(MADV_POPULATE_WRITE)
-  constexpr std::uintptr_t kPage = 4096;
-  if (size < (std::size_t{1} << 22)) return;
-  const std::uintptr_t from = (reinterpret_cast<std::uintptr_t>(bytes) + kPage - 1) & ~(kPage - 1);
-  const std::uintptr_t to = (reinterpret_cast<std::uintptr_t>(bytes) + size) & ~(kPage - 1);
-  madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);  // a hint: failure changes nothing
-#else
-  (void)bytes, (void)size;
-#endif
-}
-
-}  // namespace
-
-World::World(A_long width, A_long height, bool deep, A_long row_padding)
-    : width_(width), height_(height), deep_(deep), rowbytes_(0) {
+A_long World::RowBytes(A_long width, A_long height, bool deep, A_long row_padding) {
   if (width < 0 || height < 0 || row_padding < 0) {
     throw std::invalid_argument("World: width, height and row padding must not be negative (got " +
                                 std::to_string(width) + "x" + std::to_string(height) + ", padding " +
                                 std::to_string(row_padding) + ")");
   }
-  const std::int64_t row = std::int64_t{width} * bytes_per_pixel() + row_padding;
+  const std::int64_t row = std::int64_t{width} * BytesPerPixel(deep) + row_padding;
   if (row > std::numeric_limits<A_long>::max() || row * height > (std::int64_t{1} << 30)) {
     throw std::invalid_argument("World: " + std::to_string(width) + "x" + std::to_string(height) +
                                 " is too large for a simulated world");
   }
-  rowbytes_ = static_cast<A_long>(row);
+  return static_cast<A_long>(row);
+}
+
+World::World(A_long width, A_long height, bool deep, A_long row_padding)
+    : width_(width), height_(height), deep_(deep), rowbytes_(RowBytes(width, height, deep, row_padding)) {
   // Transparent black is all zero bytes, which calloc hands out without a
-  // pass over fresh pages; only the guards are written here.
-  const std::size_t rows = static_cast<std::size_t>(row) * static_cast<std::size_t>(height);
+  // pass over fresh pages. A large world is written whole by the module's
+  // first fill: its pages are faulted in by one call, not one fault a page
+  // (a third off the kernel's share of an 8000x8000 frame).
+  const std::size_t rows = data_bytes();
   size_ = rows + kTailGuardBytes;
   bytes_.reset(static_cast<std::uint8_t*>(std::calloc(size_, 1)));
   if (!bytes_) throw std::bad_alloc();
-  Prefault(bytes_.get(), size_);
+  if (size_ >= (std::size_t{1} << 22)) cinebar_platform::PrefaultForWriting(bytes_.get(), size_);
   const std::size_t used = static_cast<std::size_t>(width) * static_cast<std::size_t>(bytes_per_pixel());
   if (row_padding > 0) {
-    for (std::size_t at = used; at < rows; at += static_cast<std::size_t>(row))
+    for (std::size_t at = used; at < rows; at += static_cast<std::size_t>(rowbytes_))
       std::memset(&bytes_[at], kGuardByte, static_cast<std::size_t>(row_padding));
   }
   std::memset(&bytes_[rows], kGuardByte, kTailGuardBytes);
+}
+
+World::World(A_long width, A_long height, bool deep, NoPixels)
+    : width_(width),
+      height_(height),
+      deep_(deep),
+      rowbytes_(RowBytes(width, height, deep, 0)),
+      has_pixels_(false) {
+  const std::size_t bytes = data_bytes();
+  if (bytes == 0) return;
+  auto* start = static_cast<std::uint8_t*>(cinebar_platform::ReserveUntouched(bytes));
+  if (start == nullptr) {
+    throw std::runtime_error("World: this system cannot reserve " + std::to_string(bytes) +
+                             " bytes of address space for a world without pixels");
+  }
+  reserved_.reset(start, [bytes](std::uint8_t* at) { cinebar_platform::ReleaseUntouched(at, bytes); });
 }
 
 World::World(const World& other)
@@ -66,10 +66,12 @@ World::World(const World& other)
       deep_(other.deep_),
       rowbytes_(other.rowbytes_),
       pixel_aspect_(other.pixel_aspect_),
-      bytes_(static_cast<std::uint8_t*>(std::malloc(other.size_))),
-      size_(other.size_) {
-  if (!bytes_) throw std::bad_alloc();
-  std::memcpy(bytes_.get(), other.bytes_.get(), size_);
+      bytes_(static_cast<std::uint8_t*>(other.size_ > 0 ? std::malloc(other.size_) : nullptr)),
+      size_(other.size_),
+      has_pixels_(other.has_pixels_),
+      reserved_(other.reserved_) {
+  if (size_ > 0 && !bytes_) throw std::bad_alloc();
+  if (size_ > 0) std::memcpy(bytes_.get(), other.bytes_.get(), size_);
 }
 
 World& World::operator=(const World& other) {
@@ -77,7 +79,24 @@ World& World::operator=(const World& other) {
   return *this;
 }
 
+World World::WithoutPixels(A_long width, A_long height, bool deep) {
+  return World(width, height, deep, NoPixels{});
+}
+
+std::size_t World::data_bytes() const {
+  return static_cast<std::size_t>(rowbytes_) * static_cast<std::size_t>(height_);
+}
+
+bool World::PixelsTouched() const {
+  return !has_pixels_ && cinebar_platform::AnyPageTouched(reserved_.get(), data_bytes());
+}
+
+std::uint8_t* World::mutable_data() { return has_pixels_ ? bytes_.get() : reserved_.get(); }
+
+const void* World::data() const { return has_pixels_ ? bytes_.get() : reserved_.get(); }
+
 std::size_t World::Offset(A_long x, A_long y) const {
+  if (!has_pixels_) throw std::logic_error("World: a world without pixels has none to read or write");
   if (x < 0 || y < 0 || x >= width_ || y >= height_) {
     throw std::out_of_range("World: pixel (" + std::to_string(x) + ", " + std::to_string(y) +
                             ") is outside the " + std::to_string(width_) + "x" + std::to_string(height_) +
@@ -160,6 +179,7 @@ void World::FillPattern(std::uint32_t seed) {
 }
 
 bool World::GuardsIntact() const {
+  if (!has_pixels_) return true;  // nothing was written there: it has no guards
   const std::size_t used = static_cast<std::size_t>(width_) * static_cast<std::size_t>(bytes_per_pixel());
   for (A_long y = 0; y < height_; ++y) {
     const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(rowbytes_);
@@ -176,7 +196,7 @@ bool World::GuardsIntact() const {
 PF_LayerDef* World::layer() {
   layer_ = PF_LayerDef{};
   layer_.world_flags = deep_ ? PF_WorldFlag_DEEP : 0;
-  layer_.data = reinterpret_cast<PF_PixelPtr>(bytes_.get());
+  layer_.data = reinterpret_cast<PF_PixelPtr>(mutable_data());
   layer_.rowbytes = rowbytes_;
   layer_.width = width_;
   layer_.height = height_;

@@ -2,6 +2,8 @@
 // 8 or 16 bits per channel, with optional padding at the end of every row.
 // Padding bytes and a tail after the last row hold kGuardByte, so a drawing
 // function that writes outside the image is caught by GuardsIntact().
+// A world without pixels (for measuring what a module draws) has a real
+// record but only reserved address space behind it: no guards, no pixels.
 #pragma once
 
 #include <cstdint>
@@ -25,11 +27,25 @@ class World {
   World(World&&) noexcept = default;
   World& operator=(World&&) noexcept = default;
 
+  // The same record (size, rowbytes, flags, extent) over address space that
+  // takes no memory until touched. The host's fill and copy on it record the
+  // call and touch nothing; pixel access throws std::logic_error. Throws
+  // std::runtime_error where the system cannot reserve the range.
+  static World WithoutPixels(A_long width, A_long height, bool deep = false);
+  bool has_pixels() const { return has_pixels_; }
+  // Where the record's data points, and the bytes it spans: rowbytes times height.
+  const void* data() const;
+  std::size_t data_bytes() const;
+  // Whether any page behind a world without pixels was read or written since
+  // it was made (always false for a world with pixels).
+  bool PixelsTouched() const;
+
   A_long width() const { return width_; }
   A_long height() const { return height_; }
   bool deep() const { return deep_; }
   A_long rowbytes() const { return rowbytes_; }
-  A_long bytes_per_pixel() const { return deep_ ? 8 : 4; }
+  static constexpr A_long BytesPerPixel(bool deep) { return deep ? 8 : 4; }
+  A_long bytes_per_pixel() const { return BytesPerPixel(deep_); }
   void set_pixel_aspect(PF_RationalScale ratio) { pixel_aspect_ = ratio; }
 
   // Pixel access; coordinates outside the world throw std::out_of_range.
@@ -54,7 +70,11 @@ class World {
   PF_LayerDef* layer();
 
  private:
+  struct NoPixels {};
+  World(A_long width, A_long height, bool deep, NoPixels);
+  static A_long RowBytes(A_long width, A_long height, bool deep, A_long row_padding);
   std::size_t Offset(A_long x, A_long y) const;
+  std::uint8_t* mutable_data();
 
   A_long width_;
   A_long height_;
@@ -66,6 +86,9 @@ class World {
   };
   std::unique_ptr<std::uint8_t[], Free> bytes_;  // rows, then the tail guard
   std::size_t size_ = 0;
+  bool has_pixels_ = true;
+  // A world without pixels' range; copies share it, there being nothing in it to copy.
+  std::shared_ptr<std::uint8_t> reserved_;
   PF_LayerDef layer_{};
 };
 

@@ -143,5 +143,26 @@ TEST(StrictHost, BrokerServesEachSuiteOfItsTable) {
   EXPECT_EQ(static_cast<int>(std::size(kSuites)), host.log().Count(HostFn::kReleaseSuite));
 }
 
+// A render in worlds without pixels takes no memory for them; a byte the
+// module writes into one itself shows afterwards, and only in that world.
+TEST(StrictHost, WorldWithoutPixelsShowsWhatTheModuleWroteItself) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "worlds without pixels are made on POSIX systems only";
+#endif
+  for (const bool write : {false, true}) {
+    Host host(Fake);
+    Instance& instance = host.AddInstance(World::WithoutPixels(3000, 2000));
+    World output = World::WithoutPixels(3000, 2000, true);
+    g_body = [&](auto, auto, auto params) {
+      if (write) reinterpret_cast<char*>(params[0]->u.ld.data)[params[0]->u.ld.rowbytes * 1999] = 1;
+      return PF_Err_NONE;
+    };
+    host.Render(instance, output);
+    g_body = nullptr;
+    EXPECT_EQ(write, instance.input().PixelsTouched());
+    EXPECT_FALSE(output.PixelsTouched());
+  }
+}
+
 }  // namespace
 }  // namespace cinebar_simhost

@@ -7,6 +7,7 @@
 #include <string>
 #include <type_traits>
 
+#include "tools/cinebar/replay.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
@@ -53,6 +54,11 @@ void Layer::Change(const Edit& edit) {
 
 namespace {
 
+[[noreturn]] void TooLarge(int width, int height, const std::invalid_argument& e) {
+  throw ToolError(kExitInput, std::to_string(width) + "x" + std::to_string(height) +
+                                  " is too large for the simulated host: " + e.what());
+}
+
 // A world of this size and depth in `world`, kept when it has one.
 void Fit(std::unique_ptr<World>& world, int width, int height, bool deep, PF_RationalScale aspect) {
   if (world && world->width() == width && world->height() == height && world->deep() == deep) return;
@@ -60,8 +66,7 @@ void Fit(std::unique_ptr<World>& world, int width, int height, bool deep, PF_Rat
   try {
     world = std::make_unique<World>(width, height, deep);
   } catch (const std::invalid_argument& e) {
-    throw ToolError(kExitInput, std::to_string(width) + "x" + std::to_string(height) +
-                                    " is too large for the simulated host: " + e.what());
+    TooLarge(width, height, e);
   }
   world->set_pixel_aspect(aspect);
 }
@@ -194,49 +199,71 @@ void Bounds(World& world, Pixel value, Picture& shown, Picture& cleared) {
   }
 }
 
+// A pixel's bytes, zero-extended, as Looked holds them.
+std::uint64_t PixelAt(World& world, int x, int y) {
+  std::uint64_t pixel = 0;
+  std::memcpy(&pixel, Row(world, y) + static_cast<std::size_t>(x) * world.bytes_per_pixel(),
+              static_cast<std::size_t>(world.bytes_per_pixel()));
+  return pixel;
+}
+
 Picture Intersection(const Picture& a, const Picture& b, bool image) {
   return Picture{std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right),
                  std::min(a.bottom, b.bottom), image};
 }
 
-}  // namespace
-
-void Layer::Probe(Worlds& worlds, std::uint8_t value, Picture& shown, Picture& cleared) {
-  World& input = *worlds.input;
-  const std::size_t bytes =
-      static_cast<std::size_t>(input.width()) * static_cast<std::size_t>(input.bytes_per_pixel());
-  for (int y = 0; y < input.height(); ++y) std::memset(Row(input, y), value, bytes);
-  RenderWorlds(worlds);
-  if (input.deep()) {
-    Bounds<std::uint64_t>(*worlds.output, 0x0101010101010101u * value, shown, cleared);
-  } else {
-    Bounds<std::uint32_t>(*worlds.output, 0x01010101u * value, shown, cleared);
-  }
-}
-
-namespace {
-
 // After one probe of `value`: the picture, when a pixel outside what the
 // probe found is neither `value` nor transparent black. Then the bars are of
 // a third colour, so the probe's bounds are exactly the picture (a second
 // probe would find the same). Otherwise the bars may have taken a value.
-std::optional<Picture> Settled(World& output, std::uint8_t value, const Picture& shown,
-                               const Picture& cleared) {
-  const Picture found = shown.empty() ? cleared : shown;
-  const int width = output.width(), height = output.height();
+std::optional<Picture> Settled(int width, int height, std::uint64_t flat, const Looked& seen) {
+  const Picture found = seen.shown.empty() ? seen.cleared : seen.shown;
   if (found.empty() || (found.left == 0 && found.top == 0 && found.right == width && found.bottom == height))
     return std::nullopt;
   const bool first = found.left > 0 || found.top > 0;  // (0,0) lies outside, else the last pixel does
-  const int x = first ? 0 : width - 1, y = first ? 0 : height - 1;
-  const std::uint8_t* pixel = Row(output, y) + static_cast<std::size_t>(x) * output.bytes_per_pixel();
-  const auto same = [&](std::uint8_t byte) {
-    return std::all_of(pixel, pixel + output.bytes_per_pixel(), [&](std::uint8_t b) { return b == byte; });
-  };
-  if (same(value) || same(0)) return std::nullopt;
-  return Picture{found.left, found.top, found.right, found.bottom, !shown.empty()};
+  const std::uint64_t pixel = first ? seen.first : seen.last;
+  if (pixel == flat || pixel == 0) return std::nullopt;
+  return Picture{found.left, found.top, found.right, found.bottom, !seen.shown.empty()};
+}
+
+// The picture from flat inputs: the module shows the input where the output
+// is each input's value, and clears the picture where the outputs are
+// transparent black. A bar (one colour) takes at most one of two values, so
+// the intersection of two probes' bounds is the picture; one probe suffices
+// when the bars are of neither value. `look` renders one flat input.
+template <typename Look>
+Picture Decide(int width, int height, int pixel_bytes, const Look& look) {
+  const Looked one = look(std::uint8_t{0x11});
+  if (std::optional<Picture> settled = Settled(width, height, FlatPixel(0x11, pixel_bytes), one))
+    return *settled;
+  const Looked two = look(std::uint8_t{0x22});
+  Picture picture = Intersection(one.shown, two.shown, true);
+  if (picture.empty()) picture = Intersection(one.cleared, two.cleared, false);
+  if (picture.empty()) picture = Picture{width / 2, 0, width / 2, height, false};
+  return picture;
 }
 
 }  // namespace
+
+Looked Layer::Probe(Worlds& worlds, std::uint8_t value) {
+  World& input = *worlds.input;
+  World& output = *worlds.output;
+  const std::size_t bytes =
+      static_cast<std::size_t>(input.width()) * static_cast<std::size_t>(input.bytes_per_pixel());
+  for (int y = 0; y < input.height(); ++y) std::memset(Row(input, y), value, bytes);
+  RenderWorlds(worlds);
+  Looked seen;
+  if (input.deep()) {
+    Bounds<std::uint64_t>(output, 0x0101010101010101u * value, seen.shown, seen.cleared);
+  } else {
+    Bounds<std::uint32_t>(output, 0x01010101u * value, seen.shown, seen.cleared);
+  }
+  if (output.width() > 0 && output.height() > 0) {
+    seen.first = PixelAt(output, 0, 0);
+    seen.last = PixelAt(output, output.width() - 1, output.height() - 1);
+  }
+  return seen;
+}
 
 Picture Layer::Find(int width, int height, bool deep, Worlds& worlds) {
   // The worlds follow every frame's size and depth, whether its picture is known or not.
@@ -245,23 +272,41 @@ Picture Layer::Find(int width, int height, bool deep, Worlds& worlds) {
   const std::uint64_t key = std::uint64_t(width) << 32 | std::uint64_t(height) << 1 | (deep ? 1 : 0);
   for (const auto& [size, picture] : pictures_)
     if (size == key) return picture;
-  // Flat inputs: the module shows the input where the output is each
-  // input's value, and clears the picture where the outputs are transparent
-  // black. A bar (one colour) takes at most one of two values, so the
-  // intersection of two probes' bounds is the picture; one probe suffices
-  // when the bars are of neither value.
-  Picture shown[2], cleared[2];
-  Probe(worlds, 0x11, shown[0], cleared[0]);
-  std::optional<Picture> settled = Settled(*worlds.output, 0x11, shown[0], cleared[0]);
-  if (!settled) {
-    Probe(worlds, 0x22, shown[1], cleared[1]);
-    Picture picture = Intersection(shown[0], shown[1], true);
-    if (picture.empty()) picture = Intersection(cleared[0], cleared[1], false);
-    if (picture.empty()) picture = Picture{width / 2, 0, width / 2, height, false};
-    settled = picture;
+  const Picture picture = Decide(width, height, World::BytesPerPixel(deep),
+                                 [&](std::uint8_t value) { return Probe(worlds, value); });
+  pictures_.emplace_back(key, picture);
+  return picture;
+}
+
+std::optional<Picture> Layer::Replayed(int width, int height, bool deep) {
+  Worlds worlds;
+  try {
+    worlds.input = std::make_unique<World>(World::WithoutPixels(width, height, deep));
+    worlds.output = std::make_unique<World>(World::WithoutPixels(width, height, deep));
+  } catch (const std::invalid_argument& e) {
+    TooLarge(width, height, e);
+  } catch (const std::runtime_error&) {
+    return std::nullopt;  // no such worlds on this system
   }
-  pictures_.emplace_back(key, *settled);
-  return *settled;
+  for (World* world : {worlds.input.get(), worlds.output.get()})
+    world->set_pixel_aspect(session_.pixel_aspect());
+  const std::vector<cinebar_simhost::CallRecord>& calls = session_.host().log().records();
+  const std::size_t first = calls.size();
+  RenderWorlds(worlds);
+  if (worlds.input->PixelsTouched() || worlds.output->PixelsTouched()) return std::nullopt;
+  const std::optional<Drawing> drawing =
+      Drawing::Replay(calls, first, *worlds.input->layer(), *worlds.output->layer());
+  if (!drawing) return std::nullopt;
+  return Decide(width, height, World::BytesPerPixel(deep),
+                [&](std::uint8_t value) { return drawing->Look(value); });
+}
+
+Picture Layer::Measure(int width, int height, bool deep, bool* replayed) {
+  std::optional<Picture> picture = Replayed(width, height, deep);
+  if (replayed != nullptr) *replayed = picture.has_value();
+  if (picture) return *picture;
+  Worlds worlds;  // the module touched pixels itself, or drew what no replay follows
+  return Find(width, height, deep, worlds);
 }
 
 Rendered Layer::Render(const Frame& in, Worlds& worlds, const PF_Pixel* opaque) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +32,8 @@ struct Picture {
   bool image = true;
   bool empty() const { return right <= left || bottom <= top; }
 };
+
+struct Looked;  // what one flat probe shows (replay.h)
 
 // A frame's two host worlds, fitted to each frame's size and depth in turn.
 struct Worlds {
@@ -72,6 +75,12 @@ class Layer {
   // Found by rendering one or two flat frames of this size in `worlds`; kept per size.
   Picture Find(int width, int height, bool deep, Worlds& worlds);
   Picture Find(int width, int height, bool deep) { return Find(width, height, deep, worlds_); }
+  // The same picture, learnt without frame-sized memory where it can be: one
+  // render in worlds without pixels and the host's record of the module's
+  // fills and copies replayed. When the module touched those worlds' pixels
+  // itself or drew otherwise, it is found by Find in worlds of its own, freed
+  // on return; `replayed` says which.
+  Picture Measure(int width, int height, bool deep, bool* replayed = nullptr);
   // Renders `in` in `worlds`. With `opaque`, bars are that colour at full
   // scale (0x10 -> 0x1010) and opacity instead of what the module painted.
   Rendered Render(const Frame& in, Worlds& worlds, const PF_Pixel* opaque);
@@ -80,9 +89,9 @@ class Layer {
 
  private:
   void RenderWorlds(Worlds& worlds);
-  // Renders a flat input of `value`; the bounds of the output's pixels of that value and of transparent
-  // black.
-  void Probe(Worlds& worlds, std::uint8_t value, Picture& shown, Picture& cleared);
+  // Renders a flat input of `value` and looks at the output.
+  Looked Probe(Worlds& worlds, std::uint8_t value);
+  std::optional<Picture> Replayed(int width, int height, bool deep);
   Session& session_;
   cinebar_simhost::Instance* instance_ = nullptr;
   Worlds worlds_;  // the composing Render's

@@ -124,17 +124,21 @@ PF_RationalScale PixelAspect(const Options& options, const Probe& probe, std::st
 // The rectangle the module leaves the picture at one size, said in a line.
 void SayPicture(Layer& layer, const Frame& f, const std::string& name, std::ostream& out, std::ostream& err) {
   Picture p;
+  bool replayed = false;
+  const std::string size = std::to_string(f.width) + "x" + std::to_string(f.height);
   try {
-    Worlds probe;  // freed before the next size, and before the run's own worlds
-    p = layer.Find(f.width, f.height, f.deep, probe);
+    p = layer.Measure(f.width, f.height, f.deep, &replayed);
   } catch (const std::bad_alloc&) {
-    throw ToolError(kExitMemory, "out of memory probing the module at " + std::to_string(f.width) + "x" +
-                                     std::to_string(f.height) + " (" + name + ")");
+    throw ToolError(kExitMemory, "out of memory probing the module at " + size + " (" + name + ")");
   }
+  if (!replayed)
+    err << "cinebar: note: at " << size
+        << " the module's drawing could not be replayed from the host's record;"
+        << " measured by rendering in worlds of that size\n";
   out << f.width << "x" << f.height << (f.deep ? " 16-bit" : " 8-bit") << ": ";
   if (p.empty()) {
     out << "no picture, all bar\n";
-    err << "cinebar: warning: at " << f.width << "x" << f.height
+    err << "cinebar: warning: at " << size
         << " the picture is less than a pixel at this ratio and pixel aspect: the whole frame is bar\n";
     return;
   }
