@@ -234,11 +234,12 @@ int RenderCommand(const Options& options, const std::string& module_path, Consol
   const auto seconds = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
   const Plan plan = PlanStage(options, console);
   std::ostream& say = plan.stream_out ? console.err : console.out;  // stdout may carry the frames
+  // The module names the controls: a usage error in an edit is found before any frame is read.
+  Session session(module_path, {1, 1}, options.downsample_x, options.downsample_y);
+  const std::vector<Edit> edits = ResolveEdits(session, options.edits);
   Probe probe = ProbeStage(options, plan, console.in);
   std::string aspect_source;
-  const PF_RationalScale aspect = PixelAspect(options, probe, &aspect_source);
-  Session session(module_path, aspect, options.downsample_x, options.downsample_y);
-  const std::vector<Edit> edits = ResolveEdits(session, options.edits);
+  session.SetPixelAspect(PixelAspect(options, probe, &aspect_source));
   Layer layer(session);
   for (const Edit& edit : edits) layer.Change(edit);
   SayWhatIsUsed(session, layer, probe, aspect_source, say, console.err);

@@ -119,6 +119,11 @@ Session::Session(const std::string& module_path, PF_RationalScale pixel_aspect, 
 
 Session::~Session() { host_->GlobalSetdown(); }
 
+void Session::SetPixelAspect(PF_RationalScale pixel_aspect) {
+  pixel_aspect_ = pixel_aspect;
+  host_->SetPixelAspect(pixel_aspect);
+}
+
 const Control& Session::control(const std::string& name, PF_ParamType type) const {
   for (const Control& control : controls_) {
     if (control.name() == name && control.def.param_type == type) return control;

@@ -54,6 +54,8 @@ class Session {
   const cinebar_simhost::Module& module() const { return *module_; }
   cinebar_simhost::Host& host() { return *host_; }
   PF_RationalScale pixel_aspect() const { return pixel_aspect_; }
+  // The layer's pixel aspect, known once a frame is read; set before the layer is made.
+  void SetPixelAspect(PF_RationalScale pixel_aspect);
 
  private:
   std::unique_ptr<cinebar_simhost::Module> module_;
