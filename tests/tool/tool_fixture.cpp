@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "tools/cinebar/tool.h"
@@ -57,9 +56,12 @@ void WritePattern(const std::string& path, int width, int height, const std::str
   std::ofstream(path, std::ios::binary) << WriteWithLibpng(p);
 }
 
-std::vector<std::string> Words(const std::string& text) {
+std::vector<std::string> Words(const std::string& text, char separator) {
+  std::vector<std::string> words;
   std::istringstream in(text);
-  return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+  for (std::string word; std::getline(in, word, separator);)
+    if (!word.empty()) words.push_back(word);
+  return words;
 }
 
 }  // namespace cinebar_tool_test

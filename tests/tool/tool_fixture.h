@@ -36,10 +36,7 @@ class ToolTest : public ::testing::Test {
 // and channel over the depth's whole range, so moved pixels and lost bits show.
 void WritePattern(const std::string& path, int width, int height, const std::string& layout = "rgba",
                   bool deep = false);
-
 inline Reading Decode(const std::string& path) { return ReadWithLibpng(Contents(path)); }
-
-// The words of a text separated by spaces.
-std::vector<std::string> Words(const std::string& text);
+std::vector<std::string> Words(const std::string& text, char separator = ' ');  // empty parts left out
 
 }  // namespace cinebar_tool_test
