@@ -81,9 +81,10 @@ int Wait(pid_t pid) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-void WriteFrames(const std::string& folder, int count, const std::string& layout) {
+void WriteFrames(const std::string& folder, int count, int color_type) {
   fs::create_directory(folder);
-  for (int i = 0; i < count; ++i) WritePattern(folder + "/" + std::to_string(i) + ".png", 400, 300, layout);
+  for (int i = 0; i < count; ++i)
+    WritePattern(folder + "/" + std::to_string(i) + ".png", 400, 300, color_type);
 }
 
 // Every name in `folder` is a whole frame (libpng reads it), none hidden.
@@ -93,7 +94,7 @@ void ExpectWholeFramesOnly(const std::string& folder) {
 }
 
 TEST_F(ToolTest, EndedBySignalOrFileSizeLimitLeavesWholeFramesAndSaysWhy) {
-  WriteFrames("frames", 60, "rgba");
+  WriteFrames("frames", 60, 6);
   const struct {
     int signal;
     rlim_t limit;
@@ -120,9 +121,8 @@ TEST_F(ToolTest, EndedBySignalOrFileSizeLimitLeavesWholeFramesAndSaysWhy) {
 // Two runs of different pictures into one folder: each name holds one run's
 // whole frame; a run whose frame is not under a name failed and said so.
 TEST_F(ToolTest, TwoRunsIntoOneFolderNeverReplaceEachOther) {
-  const std::string layouts[] = {"rgb", "gray"};
   for (int run = 0; run < 2; ++run) {
-    WriteFrames("in" + std::to_string(run), 40, layouts[run]);
+    WriteFrames("in" + std::to_string(run), 40, 2 - 2 * run);  // RGB, grey
     ASSERT_EQ(Run({"render", "in" + std::to_string(run), "ref" + std::to_string(run)}).code, 0);
   }
   const pid_t pids[] = {Start({"in0", "out", "--jobs", "1"}, "log0"),
