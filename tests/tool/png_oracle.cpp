@@ -4,36 +4,18 @@
 #include <zlib.h>
 
 #include <csetjmp>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 
 namespace cinebar_png_test {
 namespace {
 
-struct Memory {
-  const std::string* bytes;
-  std::size_t at = 0;
-};
-
-void ReadMemory(png_structp png, png_bytep out, png_size_t size) {
-  auto* m = static_cast<Memory*>(png_get_io_ptr(png));
-  if (m->bytes->size() - m->at < size) png_error(png, "read past the end");
-  std::memcpy(out, m->bytes->data() + m->at, size);
-  m->at += size;
-}
-
-void WriteMemory(png_structp png, png_bytep data, png_size_t size) {
-  static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), size);
-}
-
 void OnError(png_structp png, png_const_charp message) {
   static_cast<Reading*>(png_get_error_ptr(png))->error = message;
   png_longjmp(png, 1);
 }
-
-void OnWarning(png_structp png, png_const_charp message) {
-  static_cast<Reading*>(png_get_error_ptr(png))->warnings.emplace_back(message);
+void OnWarning(png_structp png, png_const_charp text) {
+  static_cast<Reading*>(png_get_error_ptr(png))->warnings.emplace_back(text);
 }
 
 // The offset of every chunk in a file, and its length.
@@ -48,18 +30,11 @@ std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file)
 
 }  // namespace
 
-std::string Be(std::uint32_t v, int bytes) {
-  std::string out;
-  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
-  return out;
-}
-
 Picture RandomPicture(std::mt19937& random, int max_side, int width, int height) {
   const auto pick = [&](unsigned n) { return static_cast<int>(random() % n); };
-  static const int kTypes[] = {0, 2, 3, 4, 6}, kDepths[] = {1, 2, 4, 8, 16};
   Picture p;
-  p.color_type = kTypes[pick(5)];
-  p.depth = p.color_type == 0 ? kDepths[pick(5)] : p.color_type == 3 ? kDepths[pick(4)] : 8 << pick(2);
+  p.color_type = std::array{0, 2, 3, 4, 6}[pick(5)];
+  p.depth = p.color_type == 0 ? 1 << pick(5) : p.color_type == 3 ? 1 << pick(4) : 8 << pick(2);
   p.width = width != 0 ? width : 1 + pick(unsigned(max_side));
   p.height = height != 0 ? height : 1 + pick(unsigned(max_side));
   p.interlaced = pick(4) == 0;
@@ -77,20 +52,22 @@ Picture RandomPicture(std::mt19937& random, int max_side, int width, int height)
 
 // Rows of one byte a sample below 8 bits (libpng packs them), big-endian at 16.
 std::string WriteWithLibpng(const Picture& p) {
-  std::string out;
-  Reading sink;
-  const std::size_t per_row = std::size_t(p.width * p.channels()), bytes = p.depth / 8 + (p.depth < 8);
   std::vector<png_byte> rows;
   for (const std::uint16_t s : p.samples) {
     if (p.depth == 16) rows.push_back(png_byte(s >> 8));
     rows.push_back(png_byte(s));
   }
   std::vector<png_bytep> pointers;
-  for (int y = 0; y < p.height; ++y) pointers.push_back(rows.data() + std::size_t(y) * per_row * bytes);
+  for (std::size_t y = 0; y < std::size_t(p.height); ++y)
+    pointers.push_back(&rows[y * rows.size() / p.height]);
+  char* bytes = nullptr;
+  std::size_t size = 0;
+  std::FILE* out = open_memstream(&bytes, &size);
+  Reading sink;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &sink, OnError, OnWarning);
   png_infop info = png_create_info_struct(png);
   if (setjmp(png_jmpbuf(png)) == 0) {
-    png_set_write_fn(png, &out, WriteMemory, nullptr);
+    png_init_io(png, out);
     png_set_IHDR(png, info, png_uint_32(p.width), png_uint_32(p.height), p.depth, p.color_type,
                  p.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, 0, 0);
     if (!p.palette.empty())
@@ -100,18 +77,20 @@ std::string WriteWithLibpng(const Picture& p) {
     png_write_png(png, info, PNG_TRANSFORM_PACKING, nullptr);
   }
   png_destroy_write_struct(&png, &info);
-  if (!sink.error.empty()) return "";
-  return p.trns.empty() ? out : Insert(out, ChunkBytes("tRNS", p.trns), "IDAT");
+  std::fclose(out);
+  const std::string file = sink.error.empty() ? std::string(bytes, size) : "";
+  std::free(bytes);
+  return p.trns.empty() ? file : Insert(file, ChunkBytes("tRNS", p.trns), "IDAT");
 }
 
 Reading ReadWithLibpng(const std::string& file) {
   Reading r;
-  Memory memory{&file};
+  const File in = ReadFrom(file);
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &r, OnError, OnWarning);
   png_infop info = png_create_info_struct(png), end = png_create_info_struct(png);
   std::vector<png_bytep> rows;
   if (setjmp(png_jmpbuf(png)) == 0) {
-    png_set_read_fn(png, &memory, ReadMemory);
+    png_init_io(png, in.get());
     png_set_check_for_invalid_index(png, 1);
     png_read_info(png, info);
     png_color_16p b = nullptr;
@@ -139,13 +118,12 @@ Reading ReadWithLibpng(const std::string& file) {
 }
 
 std::array<int, 4> Reading::Rgba(int x, int y) const {
-  const int bytes = depth / 8, full = (1 << depth) - 1;
+  const int bytes = depth / 8, full = (1 << depth) - 1, color = channels >= 3 ? 1 : 0;
   const std::uint8_t* p =
-      samples.data() + (std::size_t(y) * std::size_t(width) + std::size_t(x)) * std::size_t(channels * bytes);
+      &samples[(std::size_t(y) * std::size_t(width) + std::size_t(x)) * std::size_t(channels * bytes)];
   int s[4] = {};
   for (int c = 0; c < channels; ++c) s[c] = bytes == 2 ? p[2 * c] << 8 | p[2 * c + 1] : p[c];
-  const bool color = channels >= 3;
-  return {s[0], s[color ? 1 : 0], s[color ? 2 : 0], channels % 2 == 0 ? s[channels - 1] : full};
+  return {s[0], s[color], s[2 * color], channels % 2 == 0 ? s[channels - 1] : full};
 }
 
 std::string Contents(const std::string& path) {
@@ -154,10 +132,22 @@ std::string Contents(const std::string& path) {
   return bytes.str();
 }
 
+std::string Contents(std::FILE* file) {
+  std::string bytes(std::size_t(std::ftell(file)), '\0');
+  std::rewind(file);
+  return bytes.substr(0, std::fread(bytes.data(), 1, bytes.size(), file));
+}
+
+std::string Be(std::uint32_t v, int bytes) {
+  std::string out;
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) out += static_cast<char>(v >> shift);
+  return out;
+}
+
 std::string ChunkBytes(const std::string& type, const std::string& data) {
   const std::string body = type + data;
   return Be(std::uint32_t(data.size())) + body +
-         Be(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))));
+         Be(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size())));
 }
 
 std::string Insert(const std::string& file, const std::string& chunk, const std::string& before) {

@@ -38,8 +38,9 @@ struct Reading {
   std::array<int, 4> Rgba(int x, int y) const;  // grey spread, opaque without alpha
 };
 Reading ReadWithLibpng(const std::string& file);
-std::string Contents(const std::string& path);  // a file's bytes
 
+std::string Contents(const std::string& path);  // a file's bytes, or what an open file holds
+std::string Contents(std::FILE* file);
 std::string Be(std::uint32_t value, int bytes = 4);  // big-endian, as PNG stores numbers
 std::string ChunkBytes(const std::string& type, const std::string& data);  // length, type, data, CRC
 // `chunk` inserted before the first chunk of type `before`; the data of every chunk of a type.
