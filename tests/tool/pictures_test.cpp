@@ -122,12 +122,12 @@ TEST_F(ToolTest, RandomSequencesEveryFrameExactFromAFolderAndThroughPipes) {
     std::pair<int, int> sizes[3];
     for (auto& [w, h] : sizes) w = 1 + pick(300), h = 1 + pick(200);
     fs::remove_all("in"), fs::create_directory("in");
-    std::vector<std::pair<bool, std::size_t>> frames(
-        std::size_t(4 + pick(4)));  // text, where it ends on "all"
+    // Each frame's text, and where it ends on "all".
+    std::vector<std::pair<bool, std::size_t>> frames(std::size_t(4 + pick(4)));
     std::string all;
     for (std::size_t i = 0; i < frames.size(); ++i) {
-      std::string file =
-          WriteWithLibpng(RandomPicture(random, 0, sizes[pick(3)].first, sizes[pick(3)].second));
+      const auto [w, h] = sizes[pick(3)];
+      std::string file = WriteWithLibpng(RandomPicture(random, 0, w, h));
       if ((frames[i].first = pick(2) == 1))
         file = Insert(file, ChunkBytes("tEXt", std::string("Comment\0hi", 10)), "IEND");
       std::ofstream("in/" + std::to_string(i + 1) + ".png", std::ios::binary) << file;
