@@ -87,32 +87,26 @@ Reading ReadWithLibpng(const std::string& file) {
   Reading r;
   const File in = ReadFrom(file);
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &r, OnError, OnWarning);
-  png_infop info = png_create_info_struct(png), end = png_create_info_struct(png);
-  std::vector<png_bytep> rows;
+  png_infop info = png_create_info_struct(png);
   if (setjmp(png_jmpbuf(png)) == 0) {
     png_init_io(png, in.get());
     png_set_check_for_invalid_index(png, 1);
-    png_read_info(png, info);
+    png_read_png(png, info, PNG_TRANSFORM_EXPAND, nullptr);  // chunks after the image data checked too
+    r.width = int(png_get_image_width(png, info)), r.height = int(png_get_image_height(png, info));
+    r.channels = png_get_channels(png, info), r.depth = png_get_bit_depth(png, info);
+    for (int y = 0; y < r.height; ++y)
+      r.samples.insert(r.samples.end(), png_get_rows(png, info)[y],
+                       png_get_rows(png, info)[y] + png_get_rowbytes(png, info));
     png_color_16p b = nullptr;
     png_colorp e = nullptr;
-    int count = 0;
+    int count = 0;  // the palette is kept though the rows are expanded
     if (png_get_bKGD(png, info, &b) != 0 && png_get_PLTE(png, info, &e, &count) != 0 && count > b->index)
       r.background = {e[b->index].red, e[b->index].green, e[b->index].blue};
     else if (b != nullptr)
-      r.background = png_get_color_type(png, info) & 2 ? std::vector<unsigned>{b->red, b->green, b->blue}
-                                                       : std::vector<unsigned>{b->gray};
-    png_set_expand(png);
-    png_set_interlace_handling(png);
-    png_read_update_info(png, info);
-    r.width = int(png_get_image_width(png, info)), r.height = int(png_get_image_height(png, info));
-    r.channels = png_get_channels(png, info), r.depth = png_get_bit_depth(png, info);
-    const std::size_t stride = png_get_rowbytes(png, info);
-    r.samples.resize(stride * std::size_t(r.height));
-    for (std::size_t y = 0; y < std::size_t(r.height); ++y) rows.push_back(r.samples.data() + y * stride);
-    png_read_image(png, rows.data());
-    png_read_end(png, end);  // with somewhere to put them, chunks after the image data are checked
+      r.background =
+          r.channels >= 3 ? std::vector<unsigned>{b->red, b->green, b->blue} : std::vector<unsigned>{b->gray};
   }
-  png_destroy_read_struct(&png, &info, &end);
+  png_destroy_read_struct(&png, &info, nullptr);
   if (!r.error.empty()) r.samples.clear();
   return r;
 }

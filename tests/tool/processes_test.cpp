@@ -12,9 +12,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "tool_fixture.h"
 #include "tools/cinebar/chart.h"
 #include "tools/cinebar/temporaries.h"
@@ -22,41 +19,36 @@
 namespace cinebar_tool_test {
 namespace {
 
-namespace fs = std::filesystem;
 using cinebar_tool::Replace;
 
 TEST_F(ToolTest, CommitGivesTheNameOnlyWhereAllowedAndLeavesNothingElse) {
-  const struct {
-    bool unnamed, exists;  // "out.png" holds other bytes before the commit
-    Replace replace;
-  } kWays[] = {{true, false, Replace::kNever},     {true, true, Replace::kNever},
-               {true, true, Replace::kAtomically}, {false, false, Replace::kNever},
-               {false, true, Replace::kNever},     {false, true, Replace::kAtomically}};
   const mode_t mask = umask(0);
   umask(mask);
-  for (const auto& way : kWays) {
-    SCOPED_TRACE(std::to_string(way.unnamed) + std::to_string(way.exists) + std::to_string(int(way.replace)));
-    const bool replaced = !way.exists || way.replace == Replace::kAtomically;
-    fs::remove("out.png");
-    if (way.exists) std::ofstream("out.png") << "someone else's file";
-    {
-      cinebar_tool::Temporaries temps({}, way.unnamed);
-      cinebar_tool::Temporary written = temps.Write("out.png", cinebar_tool::MakeTestChart(64, 36), {});
-      EXPECT_EQ(Files().size(), std::size_t{way.exists} + (way.unnamed ? 0 : 1));
-      try {
-        temps.Commit(std::move(written), "out.png", way.replace);
-        EXPECT_TRUE(replaced);
-      } catch (const cinebar_tool::NameTaken& e) {
-        EXPECT_FALSE(replaced);
-        EXPECT_NE(std::string(e.what()).find("out.png appeared"), std::string::npos) << e.what();
+  for (const bool unnamed : {true, false})
+    for (const Replace replace : {Replace::kNever, Replace::kAtomically})
+      for (const bool exists : {false, true}) {  // "out.png" holds other bytes before the commit
+        SCOPED_TRACE(std::to_string(unnamed) + std::to_string(int(replace)) + std::to_string(exists));
+        const bool replaced = !exists || replace == Replace::kAtomically;
+        fs::remove("out.png");
+        if (exists) std::ofstream("out.png") << "someone else's file";
+        std::string error;
+        {
+          cinebar_tool::Temporaries temps({}, unnamed);
+          cinebar_tool::Temporary written = temps.Write("out.png", cinebar_tool::MakeTestChart(64, 36), {});
+          EXPECT_EQ(Files().size(), std::size_t{exists} + (unnamed ? 0 : 1));
+          try {
+            temps.Commit(std::move(written), "out.png", replace);
+          } catch (const cinebar_tool::NameTaken& e) {
+            error = e.what();
+          }
+        }
+        EXPECT_EQ(error.find("out.png appeared") == std::string::npos, replaced) << error;
+        EXPECT_EQ(Files(), std::vector<std::string>{"out.png"});
+        EXPECT_EQ(Decode("out.png").width, replaced ? 64 : 0);
+        struct stat st {};
+        EXPECT_TRUE(stat("out.png", &st) == 0 && (st.st_mode & 0777) == (0666 & ~mask))
+            << "a temporary's mode";
       }
-    }
-    EXPECT_EQ(Files(), std::vector<std::string>{"out.png"});
-    EXPECT_EQ(Decode("out.png").width, replaced ? 64 : 0);
-    struct stat st {};
-    ASSERT_EQ(stat("out.png", &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0666 & ~mask) << "a temporary's mode";
-  }
 }
 
 // Starts `cinebar render ARGS` with stderr into `log`; `limit` bytes a file at most when not 0.
@@ -64,7 +56,7 @@ pid_t Start(const std::vector<std::string>& args, const std::string& log, rlim_t
   const pid_t pid = fork();
   if (pid != 0) return pid;
   const rlimit fsize{limit, limit};
-  if (limit != 0) setrlimit(RLIMIT_FSIZE, &fsize);
+  if (limit != 0) setrlimit(RLIMIT_FSIZE, &fsize);  // 0: none
   dup2(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
   dup2(open("/dev/null", O_WRONLY), 1);
   std::vector<const char*> argv{"cinebar", "render"};
@@ -95,29 +87,22 @@ void ExpectWholeFramesOnly(const std::string& folder) {
 
 TEST_F(ToolTest, EndedBySignalOrFileSizeLimitLeavesWholeFramesAndSaysWhy) {
   WriteFrames("frames", 60, 6);
-  const struct {
-    int signal;
-    rlim_t limit;
-    const char* says;
-  } kEnds[] = {{SIGINT, 0, "cinebar: interrupted after "},
-               {SIGHUP, 0, "cinebar: interrupted after "},
-               {SIGTERM, 0, "cinebar: interrupted after "},
-               {SIGQUIT, 0, "cinebar: interrupted after "},
-               {SIGKILL, 0, ""},
-               {0, 100000, "File too large"}};
-  for (const auto& end : kEnds) {
-    SCOPED_TRACE(end.signal);
+  const char* interrupted = "cinebar: interrupted after ";
+  const std::pair<int, const char*> kEnds[] = {{SIGINT, interrupted},  {SIGHUP, interrupted},
+                                               {SIGTERM, interrupted}, {SIGQUIT, interrupted},
+                                               {SIGKILL, ""},          {0, "File too large"}};
+  for (const auto& [signal, says] : kEnds) {  // signal 0: a file-size limit of 100000 bytes
+    SCOPED_TRACE(signal);
     fs::remove_all("out");
-    const pid_t pid = Start({"frames", "out", "--compression", "0"}, "log", end.limit);
-    while (end.signal != 0 && Files("out").empty() && waitpid(pid, nullptr, WNOHANG) == 0) usleep(1000);
-    if (end.signal != 0) kill(pid, end.signal);
-    EXPECT_EQ(Wait(pid), end.signal != 0 ? 128 + end.signal : 5);
-    EXPECT_TRUE(end.signal != 0 ? Files("out").size() < 60 : Files("out").empty());
+    const pid_t pid = Start({"frames", "out", "--compression", "0"}, "log", signal != 0 ? 0 : 100000);
+    while (signal != 0 && Files("out").empty() && waitpid(pid, nullptr, WNOHANG) == 0) usleep(1000);
+    if (signal != 0) kill(pid, signal);
+    EXPECT_EQ(Wait(pid), signal != 0 ? 128 + signal : 5);
+    EXPECT_TRUE(signal != 0 ? Files("out").size() < 60 : Files("out").empty());
     ExpectWholeFramesOnly("out");
-    EXPECT_NE(Contents("log").find(end.says), std::string::npos) << Contents("log");
+    EXPECT_NE(Contents("log").find(says), std::string::npos) << Contents("log");
   }
 }
-
 // Two runs of different pictures into one folder: each name holds one run's
 // whole frame; a run whose frame is not under a name failed and said so.
 TEST_F(ToolTest, TwoRunsIntoOneFolderNeverReplaceEachOther) {
@@ -140,8 +125,7 @@ TEST_F(ToolTest, TwoRunsIntoOneFolderNeverReplaceEachOther) {
       // A frame of the other run under this name: this run lost it, or stopped before it.
       EXPECT_TRUE(bytes == Contents(ref + name) || log.find("exists") != std::string::npos ||
                   log.find("out/" + name + " appeared") != std::string::npos)
-          << name << "\n"
-          << log;
+          << name << ": " << log;
     }
     EXPECT_EQ(codes[run], all_own ? 0 : 5) << log;
   }
