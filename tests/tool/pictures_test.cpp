@@ -70,7 +70,7 @@ TEST(Probe, FindsThePictureWhateverColourTheBarsAre) {
 struct Look {  // the options of one sequence's render
   float ratio;
   PF_RationalScale aspect;
-  std::array<int, 3> color;
+  std::array<int, 4> color;  // RGBA
   bool opaque, cleared;
 };
 
@@ -85,7 +85,7 @@ int WrongPixels(const std::string& in, const std::string& out, const Look& look)
   const PF_Rect r = picture_model::Model(got.width, got.height, look.ratio, {1, 1}, {1, 1}, look.aspect);
   const bool deep = want.depth == 16;
   const int full = deep ? 65535 : 255;
-  std::array<int, 4> bar{look.color[0], look.color[1], look.color[2], 255};
+  std::array<int, 4> bar = look.color;
   // The host's 16-bit scale (x128 of 32768) at file scale; opaque bars at full.
   for (int c = 0; c < 4 && deep; ++c)
     bar[c] = look.opaque ? bar[c] * 257 : static_cast<int>(std::lround(bar[c] * 128 * 65535.0 / 32768));
@@ -134,14 +134,19 @@ TEST_F(ToolTest, RandomSequencesEveryFrameExactFromAFolderAndThroughPipes) {
       frames[i].second = (all += file).size();
     }
     std::ofstream("all", std::ios::binary) << all;
-    const int grey = pick(256);  // grey bars in half the sequences, so that grey inputs stay grey
-    const std::array<int, 3> color = pick(2) == 0 ? std::array<int, 3>{grey, grey, grey}
-                                                  : std::array<int, 3>{pick(256), pick(256), pick(256)};
+    // Grey bars, so that grey inputs stay grey; bars of any colour and opacity; or of the values that
+    // flat frames probing for the picture hold, or transparent black.
+    const int grey = pick(256), kind = pick(4), flat = std::array{0x11, 0x22, 0}[pick(3)];
+    const std::array<int, 4> color = kind == 0   ? std::array{grey, grey, grey, 255}
+                                     : kind == 1 ? std::array{pick(256), pick(256), pick(256), 255}
+                                     : kind == 2 ? std::array{pick(256), pick(256), pick(256), pick(256)}
+                                                 : std::array{flat, flat, flat, flat};
     const Look look{kRatios[pick(6)], kAspects[pick(4)], color, pick(3) == 0, pick(3) == 0};
     char options[160];
-    std::snprintf(options, sizeof options, "--ratio %g --pixel-aspect %d/%u --color #%02X%02X%02X%s%s",
+    std::snprintf(options, sizeof options, "--ratio %g --pixel-aspect %d/%u --color #%02X%02X%02X%02X%s%s",
                   look.ratio, look.aspect.num, look.aspect.den, look.color[0], look.color[1], look.color[2],
-                  look.opaque ? " --opaque-bars" : "", look.cleared ? " --render on-transparent" : "");
+                  look.color[3], look.opaque ? " --opaque-bars" : "",
+                  look.cleared ? " --render on-transparent" : "");
     // At deflate levels 0 (stored) to 12; the last run's stream cut anywhere fails after the whole frames.
     const std::size_t cut = random() % all.size();
     for (const std::string from : {"in out --jobs 2", "- out/%d.png --jobs 1", "- out/%d.png --jobs 2"}) {
@@ -184,7 +189,8 @@ TEST_F(ToolTest, FolderOfPhotographsEveryFrameExact) {
   const Outcome outcome = Run(Words("render shots rendered --preset 2.35 --pixel-aspect 1/1 --jobs 2"));
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   for (const std::string& name : Files("shots"))
-    EXPECT_EQ(WrongPixels("shots/" + name, "rendered/" + name, {2.35f, {1, 1}, {0, 0, 0}, false, false}), 0);
+    EXPECT_EQ(WrongPixels("shots/" + name, "rendered/" + name, {2.35f, {1, 1}, {0, 0, 0, 255}, false, false}),
+              0);
 }
 
 }  // namespace
