@@ -120,11 +120,8 @@ void Make(const std::string& name) {
                 ChunkBytes("IEND", "");
   } else {
     file.close();
-    WritePattern(name, has("tall") ? 20 : 32, has("tall") ? 40 : 18,
-                 has("tall")   ? 0
-                 : has("deep") ? 2
-                               : 6,
-                 has("tall") || has("deep") ? 16 : 8);
+    const bool tall = has("tall"), deep = has("deep");
+    WritePattern(name, tall ? 20 : 32, tall ? 40 : 18, tall ? 0 : deep ? 2 : 6, tall || deep ? 16 : 8);
     const std::string chunks = ChunkBytes("pHYs", std::string("\0\0\0\x0b\0\0\0\x0a\0", 9)) +
                                ChunkBytes("tEXt", std::string("Comment\0kept", 12)) +
                                ChunkBytes("tIME", std::string("\x07\xea\x0b\x18\x06\x28\x00", 7)),
@@ -159,9 +156,9 @@ TEST_P(Commands, ExitCodeMessagesAndTheFilesLeft) {
   const Outcome outcome = Run(Expand(commands.back()), in.get(), out.get());
   EXPECT_LT(g_peak - held, std::size_t{100} << 20);
   EXPECT_EQ(outcome.code, std::stoi(row[2])) << outcome.err;
+  const std::string said = outcome.out + outcome.err;
   for (const std::string& part : Words(row[3], ';'))
-    EXPECT_NE((outcome.out + outcome.err).find(part), std::string::npos) << part << "\n"
-                                                                         << outcome.out << outcome.err;
+    EXPECT_NE(said.find(part), std::string::npos) << part << ": " << said;
   const auto after = Snapshot();
   const std::string folder = row[4].find(':') == std::string::npos ? "." : row[4].substr(0, row[4].find(':'));
   EXPECT_TRUE(row[4].empty() ? after == before : Files(folder) == Expand(row[4].substr(row[4].find(':') + 1)))
@@ -170,8 +167,7 @@ TEST_P(Commands, ExitCodeMessagesAndTheFilesLeft) {
     EXPECT_EQ(Contents(pair.substr(0, pair.find('='))), Contents(pair.substr(pair.find('=') + 1))) << pair;
   std::string sent;
   for (const std::string& name : Words(row[6])) sent += Contents(name);
-  EXPECT_TRUE(Contents(out.get()) == sent && (row[6].empty() || outcome.out.empty()))
-      << "frames alone on stdout";
+  EXPECT_TRUE(Contents(out.get()) == sent && (row[6].empty() || outcome.out.empty())) << "stdout";
   for (const auto& [name, bytes] : after)  // whatever it writes, libpng reads
     EXPECT_TRUE(before.count(name) || !name.ends_with(".png") || !ReadWithLibpng(bytes).objects()) << name;
   if (outcome.code == 0) return;
