@@ -60,14 +60,12 @@ std::string WriteWithLibpng(const Picture& p) {
   std::vector<png_bytep> pointers;
   for (std::size_t y = 0; y < std::size_t(p.height); ++y)
     pointers.push_back(&rows[y * rows.size() / p.height]);
-  char* bytes = nullptr;
-  std::size_t size = 0;
-  std::FILE* out = open_memstream(&bytes, &size);
+  const File out(std::tmpfile(), &std::fclose);
   Reading sink;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &sink, OnError, OnWarning);
   png_infop info = png_create_info_struct(png);
   if (setjmp(png_jmpbuf(png)) == 0) {
-    png_init_io(png, out);
+    png_init_io(png, out.get());
     png_set_IHDR(png, info, png_uint_32(p.width), png_uint_32(p.height), p.depth, p.color_type,
                  p.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, 0, 0);
     if (!p.palette.empty())
@@ -77,9 +75,7 @@ std::string WriteWithLibpng(const Picture& p) {
     png_write_png(png, info, PNG_TRANSFORM_PACKING, nullptr);
   }
   png_destroy_write_struct(&png, &info);
-  std::fclose(out);
-  const std::string file = sink.error.empty() ? std::string(bytes, size) : "";
-  std::free(bytes);
+  const std::string file = sink.error.empty() ? Contents(out.get()) : "";
   return p.trns.empty() ? file : Insert(file, ChunkBytes("tRNS", p.trns), "IDAT");
 }
 

@@ -5,7 +5,6 @@
 // whole frames under their names and nothing else; no run replaces another's
 // frame, and a run that lost a name says so and fails.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
