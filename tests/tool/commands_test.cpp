@@ -141,9 +141,9 @@ std::map<std::string, std::string> Snapshot() {
   return files;
 }
 
-class Commands : public ToolTest, public ::testing::WithParamInterface<std::string> {};
+class ToolCommands : public ToolTest, public ::testing::WithParamInterface<std::string> {};
 
-TEST_P(Commands, ExitCodeMessagesAndTheFilesLeft) {
+TEST_P(ToolCommands, ExitCodeMessagesAndTheFilesLeft) {
   const std::vector<std::string> row = Fields(GetParam());
   for (const std::string& name : Words(row[0] == "STREAMS" ? kStreams : row[0])) Make(name);
   const std::vector<std::string> commands = Words(row[1], ';');
@@ -175,7 +175,7 @@ TEST_P(Commands, ExitCodeMessagesAndTheFilesLeft) {
   for (const auto& [name, bytes] : before) EXPECT_TRUE(after.count(name) && after.at(name) == bytes) << name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Commands, ::testing::ValuesIn(Words(kCommands, '\n')));
+INSTANTIATE_TEST_SUITE_P(Table, ToolCommands, ::testing::ValuesIn(Words(kCommands, '\n')));
 
 }  // namespace
 }  // namespace cinebar_tool_test
