@@ -21,7 +21,7 @@ using cinebar_tool::Edit;
 
 // With bars of a third colour (one probe), of the first probe's value or
 // transparent black (a second probe decides), in both render modes, at both depths.
-TEST(Probe, FindsThePictureWhateverColourTheBarsAre) {
+TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
   cinebar_tool::Session session(CINEBAR_MODULE_PATH);
   cinebar_tool::Layer layer(session);
   const auto& color = session.control(cinebar_tool::kColorControl, PF_Param_COLOR);
