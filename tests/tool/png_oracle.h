@@ -1,5 +1,5 @@
-// libpng as the independent judge of the PNG unit: files written and read by
-// it (with its warnings and errors), chunks spliced into files, memory files.
+// libpng as the independent judge of the PNG unit and the tool: files written
+// and read by it (with its warnings and errors), chunks spliced into files.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@
 namespace cinebar_png_test {
 
 // A picture as libpng writes it: one value a sample (palette indices for
-// colour type 3), rows top to bottom; PLTE and tRNS data written when not empty.
+// colour type 3), rows top to bottom; PLTE and tRNS (raw chunk data) written when not empty.
 struct Picture {
   int width = 1, height = 1, depth = 8, color_type = 2;
   bool interlaced = false;
@@ -34,34 +34,23 @@ struct Reading {
   std::vector<std::uint8_t> samples;
   std::vector<unsigned> background;  // bKGD as grey or RGB (a palette entry's colour), empty without
   bool objects() const { return !error.empty() || !warnings.empty(); }
-  std::array<int, 4> Rgba(int x, int y) const;  // grey spread, opaque without alpha
   std::string objection() const { return error + (warnings.empty() ? "" : warnings[0]); }
+  std::array<int, 4> Rgba(int x, int y) const;  // grey spread, opaque without alpha
 };
 Reading ReadWithLibpng(const std::string& file);
-std::string Contents(const std::string& path);  // a file's bytes
 
+std::string Contents(const std::string& path);  // a file's bytes, or what an open file holds
+std::string Contents(std::FILE* file);
 std::string Be(std::uint32_t value, int bytes = 4);  // big-endian, as PNG stores numbers
 std::string ChunkBytes(const std::string& type, const std::string& data);  // length, type, data, CRC
 // `chunk` inserted before the first chunk of type `before`; the data of every chunk of a type.
 std::string Insert(const std::string& file, const std::string& chunk, const std::string& before);
 std::vector<std::string> ChunksOf(const std::string& file, const std::string& type);
 std::string Zlib(const std::string& bytes);
-// iCCP data holding a minimal profile of colour space "GRAY" or "RGB ".
-std::string IccpData(const std::string& color_space);
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-File ReadFrom(const std::string& bytes);  // a stream over the bytes (kept alive by the caller)
-// Bytes written into a stream by `write`.
-template <typename Write>
-std::string Capture(Write write) {
-  char* bytes = nullptr;
-  std::size_t size = 0;
-  std::FILE* memory = open_memstream(&bytes, &size);
-  write(memory);
-  std::fclose(memory);
-  std::string out(bytes, size);
-  std::free(bytes);
-  return out;
+inline File ReadFrom(const std::string& bytes) {  // a stream over the bytes (kept alive by the caller)
+  return File(fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb"), &std::fclose);
 }
 
 }  // namespace cinebar_png_test

@@ -1,32 +1,61 @@
-// The program itself in child processes: signals, a file-size limit and two
-// runs into one folder. Whatever ends a run, the folder holds whole frames
-// under their names and nothing else; no run replaces another's frame, and a
-// run that lost a name says so and fails.
+// How a frame gets its name: only when whole and without replacing a file it
+// may not replace, through unnamed files and hidden temporaries alike; and
+// the program itself in child processes, ended by signals and a file-size
+// limit or run twice into one folder. Whatever ends a run, the folder holds
+// whole frames under their names and nothing else; no run replaces another's
+// frame, and a run that lost a name says so and fails.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "tool_fixture.h"
+#include "tools/cinebar/chart.h"
+#include "tools/cinebar/temporaries.h"
 
 namespace cinebar_tool_test {
 namespace {
 
-namespace fs = std::filesystem;
+using cinebar_tool::Replace;
 
-// Starts `cinebar render IN OUT ...` with stderr into `log`; `limit` bytes a
-// file at most when non-zero.
+TEST_F(ToolTest, CommitGivesTheNameOnlyWhereAllowedAndLeavesNothingElse) {
+  const mode_t mask = umask(0);
+  umask(mask);
+  for (const bool unnamed : {true, false})
+    for (const Replace replace : {Replace::kNever, Replace::kAtomically})
+      for (const bool exists : {false, true}) {  // "out.png" holds other bytes before the commit
+        SCOPED_TRACE(std::to_string(unnamed) + std::to_string(int(replace)) + std::to_string(exists));
+        const bool replaced = !exists || replace == Replace::kAtomically;
+        fs::remove("out.png");
+        if (exists) std::ofstream("out.png") << "someone else's file";
+        std::string error;
+        {
+          cinebar_tool::Temporaries temps({}, unnamed);
+          cinebar_tool::Temporary written = temps.Write("out.png", cinebar_tool::MakeTestChart(64, 36), {});
+          EXPECT_EQ(Files().size(), std::size_t{exists} + (unnamed ? 0 : 1));
+          try {
+            temps.Commit(std::move(written), "out.png", replace);
+          } catch (const cinebar_tool::NameTaken& e) {
+            error = e.what();
+          }
+        }
+        EXPECT_EQ(error.find("out.png appeared") == std::string::npos, replaced) << error;
+        EXPECT_EQ(Files(), std::vector<std::string>{"out.png"});
+        EXPECT_EQ(Decode("out.png").width, replaced ? 64 : 0);
+        struct stat st {};
+        EXPECT_TRUE(stat("out.png", &st) == 0 && (st.st_mode & 0777) == (0666 & ~mask))
+            << "a temporary's mode";
+      }
+}
+
+// Starts `cinebar render ARGS` with stderr into `log`; `limit` bytes a file at most when not 0.
 pid_t Start(const std::vector<std::string>& args, const std::string& log, rlim_t limit = 0) {
   const pid_t pid = fork();
   if (pid != 0) return pid;
-  if (limit != 0) {
-    const rlimit fsize{limit, limit};
-    setrlimit(RLIMIT_FSIZE, &fsize);
-  }
+  const rlimit fsize{limit, limit};
+  if (limit != 0) setrlimit(RLIMIT_FSIZE, &fsize);  // 0: none
   dup2(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
   dup2(open("/dev/null", O_WRONLY), 1);
   std::vector<const char*> argv{"cinebar", "render"};
@@ -36,80 +65,68 @@ pid_t Start(const std::vector<std::string>& args, const std::string& log, rlim_t
   _exit(127);
 }
 
+// The exit code as a shell shows it: 128 + the signal that ended the process.
 int Wait(pid_t pid) {
   int status = 0;
   waitpid(pid, &status, 0);
-  return status;
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-void WriteFrames(const std::string& folder, int count, const std::string& layout) {
+void WriteFrames(const std::string& folder, int count, int color_type) {
   fs::create_directory(folder);
-  for (int i = 0; i < count; ++i) WritePattern(folder + "/" + std::to_string(i) + ".png", 400, 300, layout);
+  for (int i = 0; i < count; ++i)
+    WritePattern(folder + "/" + std::to_string(i) + ".png", 400, 300, color_type);
 }
 
 // Every name in `folder` is a whole frame (libpng reads it), none hidden.
 void ExpectWholeFramesOnly(const std::string& folder) {
-  for (const std::string& name : ToolTest::Files(folder)) {
-    EXPECT_NE(name[0], '.') << name;
-    EXPECT_EQ(Decode(folder + "/" + name).width, 400) << name;
-  }
+  for (const std::string& name : ToolTest::Files(folder))
+    EXPECT_TRUE(name[0] != '.' && Decode(folder + "/" + name).width == 400) << name;
 }
 
-TEST_F(ToolTest, EndedBySignalLeavesWholeFramesAndSaysWhen) {
-  WriteFrames("frames", 60, "rgba");
-  for (const int signal : {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGKILL}) {
-    SCOPED_TRACE(strsignal(signal));
+TEST_F(ToolTest, EndedBySignalOrFileSizeLimitLeavesWholeFramesAndSaysWhy) {
+  WriteFrames("frames", 60, 6);
+  const char* interrupted = "cinebar: interrupted after ";
+  const std::pair<int, const char*> kEnds[] = {{SIGINT, interrupted},  {SIGHUP, interrupted},
+                                               {SIGTERM, interrupted}, {SIGQUIT, interrupted},
+                                               {SIGKILL, ""},          {0, "File too large"}};
+  for (const auto& [signal, says] : kEnds) {  // signal 0: a file-size limit of 100000 bytes
+    SCOPED_TRACE(signal);
     fs::remove_all("out");
-    const pid_t pid = Start({"frames", "out"}, "log");
-    while (Files("out").empty() && waitpid(pid, nullptr, WNOHANG) == 0) usleep(1000);
-    kill(pid, signal);
-    const int status = Wait(pid);
-    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
-    EXPECT_LT(Files("out").size(), 60u);
+    const pid_t pid = Start({"frames", "out", "--compression", "0"}, "log", signal != 0 ? 0 : 100000);
+    while (signal != 0 && Files("out").empty() && waitpid(pid, nullptr, WNOHANG) == 0) usleep(1000);
+    if (signal != 0) kill(pid, signal);
+    EXPECT_EQ(Wait(pid), signal != 0 ? 128 + signal : 5);
+    EXPECT_TRUE(signal != 0 ? Files("out").size() < 60 : Files("out").empty());
     ExpectWholeFramesOnly("out");
-    const std::string log = Contents("log");
-    EXPECT_EQ(log.find("cinebar: interrupted after ") != std::string::npos, signal != SIGKILL) << log;
+    EXPECT_NE(Contents("log").find(says), std::string::npos) << Contents("log");
   }
 }
-
-TEST_F(ToolTest, FileSizeLimitFailsTheFrameAndLeavesNothingOfIt) {
-  WriteFrames("frames", 3, "rgba");
-  const pid_t pid = Start({"frames", "out", "--compression", "0"}, "log", 100000);
-  const int status = Wait(pid);
-  ASSERT_TRUE(WIFEXITED(status)) << status;
-  EXPECT_EQ(WEXITSTATUS(status), 5);
-  EXPECT_NE(Contents("log").find("File too large"), std::string::npos) << Contents("log");
-  EXPECT_EQ(Files("out"), std::vector<std::string>{});
-}
-
 // Two runs of different pictures into one folder: each name holds one run's
 // whole frame; a run whose frame is not under a name failed and said so.
 TEST_F(ToolTest, TwoRunsIntoOneFolderNeverReplaceEachOther) {
-  const std::string layouts[] = {"rgb", "gray"};
   for (int run = 0; run < 2; ++run) {
-    WriteFrames("in" + std::to_string(run), 40, layouts[run]);
+    WriteFrames("in" + std::to_string(run), 40, 2 - 2 * run);  // RGB, grey
     ASSERT_EQ(Run({"render", "in" + std::to_string(run), "ref" + std::to_string(run)}).code, 0);
   }
   const pid_t pids[] = {Start({"in0", "out", "--jobs", "1"}, "log0"),
                         Start({"in1", "out", "--jobs", "1"}, "log1")};
-  const int status[] = {Wait(pids[0]), Wait(pids[1])};
+  const int codes[] = {Wait(pids[0]), Wait(pids[1])};
   ASSERT_EQ(Files("out").size(), 40u);
   ExpectWholeFramesOnly("out");
   for (int run = 0; run < 2; ++run) {
-    const std::string log = Contents("log" + std::to_string(run));
+    const std::string log = Contents("log" + std::to_string(run)), ref = "ref" + std::to_string(run) + "/";
     bool all_own = true;
     for (const std::string& name : Files("out")) {
-      const std::string bytes = Contents("out/" + name),
-                        own = Contents("ref" + std::to_string(run) + "/" + name);
-      ASSERT_TRUE(bytes == own || bytes == Contents("ref" + std::to_string(1 - run) + "/" + name)) << name;
-      all_own = all_own && bytes == own;
+      const std::string bytes = Contents("out/" + name), other = "ref" + std::to_string(1 - run) + "/";
+      ASSERT_TRUE(bytes == Contents(ref + name) || bytes == Contents(other + name)) << name;
+      all_own = all_own && bytes == Contents(ref + name);
       // A frame of the other run under this name: this run lost it, or stopped before it.
-      if (bytes != own && log.find("exists") == std::string::npos) {
-        EXPECT_NE(log.find("out/" + name + " appeared"), std::string::npos) << name << "\n" << log;
-      }
+      EXPECT_TRUE(bytes == Contents(ref + name) || log.find("exists") != std::string::npos ||
+                  log.find("out/" + name + " appeared") != std::string::npos)
+          << name << ": " << log;
     }
-    ASSERT_TRUE(WIFEXITED(status[run]));
-    EXPECT_EQ(WEXITSTATUS(status[run]), all_own ? 0 : 5) << log;
+    EXPECT_EQ(codes[run], all_own ? 0 : 5) << log;
   }
 }
 

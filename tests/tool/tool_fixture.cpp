@@ -3,14 +3,9 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "tools/cinebar/tool.h"
-
-namespace fs = std::filesystem;
 
 namespace cinebar_tool_test {
 
@@ -37,29 +32,24 @@ Outcome ToolTest::Run(std::vector<std::string> args, std::FILE* in, std::FILE* o
 std::vector<std::string> ToolTest::Files(const std::string& folder) {
   std::vector<std::string> names;
   std::error_code missing;
-  for (const auto& entry : fs::directory_iterator(folder, missing))
-    names.push_back(entry.path().filename().string());
+  for (const auto& entry : fs::directory_iterator(folder, missing)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
 
-void WritePattern(const std::string& path, int width, int height, const std::string& layout, bool deep) {
-  const int types[] = {0, 4, 2, 6};
-  const int layouts = layout == "gray" ? 0 : layout == "ga" ? 1 : layout == "rgb" ? 2 : 3;
-  Picture p{width, height, deep ? 16 : 8, types[layouts], false, "", "", {}};
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x)
-      for (int c = 0; c < p.channels(); ++c) {
-        const std::uint32_t h =
-            static_cast<std::uint32_t>(x) * 2654435761u ^ static_cast<std::uint32_t>(y) * 40503u;
-        p.samples.push_back(static_cast<std::uint16_t>(deep ? h >> (4 * c) : (h >> (8 * c)) & 0xFF));
-      }
+void WritePattern(const std::string& path, int width, int height, int color_type, int depth) {
+  Picture p{width, height, depth, color_type, false, "", "", {}};
+  for (std::uint32_t i = 0; i < std::uint32_t(width * height * p.channels()); ++i)
+    p.samples.push_back(std::uint16_t((i * 2654435761u >> 5) & ((1u << depth) - 1)));
   std::ofstream(path, std::ios::binary) << WriteWithLibpng(p);
 }
 
-std::vector<std::string> Words(const std::string& text) {
+std::vector<std::string> Words(const std::string& text, char separator) {
+  std::vector<std::string> words;
   std::istringstream in(text);
-  return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+  for (std::string word; std::getline(in, word, separator);)
+    if (!word.empty()) words.push_back(word);
+  return words;
 }
 
 }  // namespace cinebar_tool_test

@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 namespace cinebar_tool_test {
 
 using namespace cinebar_png_test;
+namespace fs = std::filesystem;
 
 struct Outcome {
   int code = 0;
@@ -32,14 +34,10 @@ class ToolTest : public ::testing::Test {
   std::string home_, dir_;
 };
 
-// A picture as "gray", "ga", "rgb" or "rgba" whose samples depend on position
+// A picture of PNG colour type 0, 2, 4 or 6 whose samples depend on position
 // and channel over the depth's whole range, so moved pixels and lost bits show.
-void WritePattern(const std::string& path, int width, int height, const std::string& layout = "rgba",
-                  bool deep = false);
-
+void WritePattern(const std::string& path, int width, int height, int color_type = 6, int depth = 8);
 inline Reading Decode(const std::string& path) { return ReadWithLibpng(Contents(path)); }
-
-// The words of a text separated by spaces.
-std::vector<std::string> Words(const std::string& text);
+std::vector<std::string> Words(const std::string& text, char separator = ' ');  // empty parts left out
 
 }  // namespace cinebar_tool_test
