@@ -4,14 +4,9 @@
 // type and depth, tRNS, interlacing, text chunks) from a folder and through
 // pipes at one and two jobs, and a stream cut anywhere; README's folder of
 // photographs. CINEBAR_RANDOM_SEQUENCES=N runs N seeds instead of a few.
-#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
-#include <random>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "tests/effect/picture_model.h"
 #include "tool_fixture.h"
@@ -23,6 +18,10 @@ namespace cinebar_tool_test {
 namespace {
 
 using cinebar_tool::Edit;
+
+std::string Text(const cinebar_tool::Picture& p) {  // its rectangle as the model writes one
+  return picture_model::Text(PF_Rect{p.left, p.top, p.right, p.bottom});
+}
 
 // With bars of a third colour (one probe), of the first probe's value or
 // transparent black (a second probe decides), in both render modes, at both depths.
@@ -57,19 +56,16 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
             const cinebar_tool::Picture p = layer.Find(int(width), int(height), deep);
             bool replayed = false;
             const cinebar_tool::Picture m = layer.Measure(int(width), int(height), deep, &replayed);
-            EXPECT_TRUE(replayed && std::tie(m.left, m.top, m.right, m.bottom, m.image) ==
-                                        std::tie(p.left, p.top, p.right, p.bottom, p.image))
-                << "the dry run's replay";
-            const std::string found = picture_model::Text(PF_Rect{p.left, p.top, p.right, p.bottom});
+            EXPECT_TRUE(replayed && Text(m) == Text(p) && m.image == p.image) << "the dry run's replay";
             // All of it transparent black: no image (bars and a vanished picture look alike);
             // an empty picture; or the model's, shown on image.
             const bool vanished = model.right <= model.left || model.bottom <= model.top;
             const bool clear_bars = bar.alpha == 0 && bar.red == 0;
             EXPECT_TRUE(clear_bars && item != on_image ? !p.image
                         : vanished                     ? p.empty() || (clear_bars && !p.image)
-                                   : found == picture_model::Text(model) && p.image == (item == on_image))
+                                   : Text(p) == picture_model::Text(model) && p.image == (item == on_image))
                 << width << "x" << height << " at " << aspect << (deep ? " 16-bit" : " 8-bit") << ", bars "
-                << int(bar.alpha) << "/" << int(bar.red) << ", mode " << item << ": " << found
+                << int(bar.alpha) << "/" << int(bar.red) << ", mode " << item << ": " << Text(p)
                 << (p.image ? " shown" : "");
           }
         }
@@ -81,7 +77,7 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
 // The replay over hand-made records: later calls over earlier ones in two
 // dimensions, refused calls passed over, no answer for what it cannot follow.
 TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
-  using cinebar_simhost::CallRecord;
+  using cinebar_simhost::CallRecord, cinebar_simhost::HostFn;
   std::uint8_t bytes[3];
   const auto world = [&](int at, A_long rowbytes = 40) {
     PF_LayerDef w{};
@@ -90,13 +86,12 @@ TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
   };
   const auto fill = [](const PF_LayerDef& w, PF_Rect r, A_u_char v, long long result = PF_Err_NONE) {
     CallRecord c;
-    c.fn = cinebar_simhost::HostFn::kFill, c.result = result, c.rect = r, c.color = PF_Pixel{v, v, v, v},
-    c.world = w;
+    c.fn = HostFn::kFill, c.result = result, c.rect = r, c.color = PF_Pixel{v, v, v, v}, c.world = w;
     return c;
   };
   const auto copy = [](const PF_LayerDef& src, const PF_LayerDef& dst, PF_Rect r) {
     CallRecord c;
-    c.fn = cinebar_simhost::HostFn::kCopy, c.rect = c.src_rect = r, c.world = dst, c.src_world = src;
+    c.fn = HostFn::kCopy, c.rect = c.src_rect = r, c.world = dst, c.src_world = src;
     return c;
   };
   const PF_LayerDef in = world(0), out = world(1);
@@ -115,16 +110,14 @@ TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
       {{copy(world(2), out, mid)}, {}},
       {{fill(world(1, 44), all, 9)}, {}},
   };
-  const auto text = [](int l, int t, int r, int b) { return picture_model::Text(PF_Rect{l, t, r, b}); };
   for (const auto& c : kCases) {
     const std::optional<cinebar_tool::Drawing> drawing = cinebar_tool::Drawing::Replay(c.calls, 0, in, out);
     ASSERT_EQ(drawing.has_value(), c.shown_cleared.has_value()) << c.calls.size() << " calls";
     if (!drawing) continue;
     const cinebar_tool::Looked seen = drawing->Look(0x11);
-    for (const auto& [got, want] :
-         {std::pair{seen.shown, c.shown_cleared->first}, {seen.cleared, c.shown_cleared->second}})
-      EXPECT_EQ(text(got.left, got.top, got.right, got.bottom),
-                text(want.left, want.top, want.right, want.bottom));
+    EXPECT_EQ(
+        Text(seen.shown) + " / " + Text(seen.cleared),
+        picture_model::Text(c.shown_cleared->first) + " / " + picture_model::Text(c.shown_cleared->second));
   }
 }
 

@@ -5,7 +5,7 @@
 
 #include <csetjmp>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace cinebar_png_test {
 namespace {
@@ -93,12 +93,8 @@ Reading ReadWithLibpng(const std::string& file) {
     for (int y = 0; y < r.height; ++y)
       r.samples.insert(r.samples.end(), png_get_rows(png, info)[y],
                        png_get_rows(png, info)[y] + png_get_rowbytes(png, info));
-    png_color_16p b = nullptr;
-    png_colorp e = nullptr;
-    int count = 0;  // the palette is kept though the rows are expanded
-    if (png_get_bKGD(png, info, &b) != 0 && png_get_PLTE(png, info, &e, &count) != 0 && count > b->index)
-      r.background = {e[b->index].red, e[b->index].green, e[b->index].blue};
-    else if (b != nullptr)
+    png_color_16p b = nullptr;  // libpng fills in a palette entry's colour
+    if (png_get_bKGD(png, info, &b) != 0)
       r.background =
           r.channels >= 3 ? std::vector<unsigned>{b->red, b->green, b->blue} : std::vector<unsigned>{b->gray};
   }
@@ -117,9 +113,8 @@ std::array<int, 4> Reading::Rgba(int x, int y) const {
 }
 
 std::string Contents(const std::string& path) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  return bytes.str();
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string Contents(std::FILE* file) {
