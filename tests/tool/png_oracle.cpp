@@ -3,7 +3,6 @@
 #include <png.h>
 #include <zlib.h>
 
-#include <csetjmp>
 #include <fstream>
 #include <iterator>
 
@@ -52,14 +51,11 @@ Picture RandomPicture(std::mt19937& random, int max_side, int width, int height)
 
 // Rows of one byte a sample below 8 bits (libpng packs them), big-endian at 16.
 std::string WriteWithLibpng(const Picture& p) {
-  std::vector<png_byte> rows;
-  for (const std::uint16_t s : p.samples) {
-    if (p.depth == 16) rows.push_back(png_byte(s >> 8));
-    rows.push_back(png_byte(s));
-  }
+  std::string rows;
+  for (const std::uint16_t s : p.samples) rows += Be(s, p.depth == 16 ? 2 : 1);
   std::vector<png_bytep> pointers;
   for (std::size_t y = 0; y < std::size_t(p.height); ++y)
-    pointers.push_back(&rows[y * rows.size() / p.height]);
+    pointers.push_back(reinterpret_cast<png_bytep>(&rows[y * rows.size() / p.height]));
   const File out(std::tmpfile(), &std::fclose);
   Reading sink;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &sink, OnError, OnWarning);

@@ -15,7 +15,6 @@ namespace cinebar_png_test {
 namespace {
 
 using cinebar_tool::Frame;
-using cinebar_tool::ReadPng;
 
 using Chunks = std::vector<std::pair<std::string, std::string>>;
 
@@ -44,12 +43,9 @@ std::string Without(std::string file, const std::string& type) {
 // A 4x3 8-bit picture of colour type 0, 2, 3 (two entries) or 6 with `extra`
 // chunks before the chunk `before`, and `data` as its image data if not empty.
 std::string Made(int type, const Chunks& extra = {}, const char* before = "IDAT", std::string data = "") {
-  std::string file = PngFile({{"IHDR", Header(4, 8, type)},
-                              {"PLTE", "\x10\x20\x30\x40\x50\x60"},
-                              {"IDAT", data.empty() ? Zlib(Rows(3, type == 6   ? 16
-                                                                   : type == 2 ? 12
-                                                                               : 4))
-                                                    : data}});
+  if (data.empty()) data = Zlib(Rows(3, type == 6 ? 16 : type == 2 ? 12 : 4));
+  std::string file =
+      PngFile({{"IHDR", Header(4, 8, type)}, {"PLTE", "\x10\x20\x30\x40\x50\x60"}, {"IDAT", data}});
   for (const auto& [chunk, bytes] : extra) file = Insert(file, ChunkBytes(chunk, bytes), before);
   return type == 3 ? file : Without(file, "PLTE");
 }
@@ -115,7 +111,7 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
     EXPECT_NE(libpng.objects(), broken.libpng_silent) << broken.reason << ": libpng " << libpng.objection();
     Frame frame;
     try {
-      ReadPng(ReadFrom(broken.file).get(), "broken.png", frame);
+      cinebar_tool::ReadPng(ReadFrom(broken.file).get(), "broken.png", frame);
       ADD_FAILURE() << broken.reason << ": read (libpng: " << libpng.objection() << ")";
     } catch (const cinebar_tool::ToolError& e) {
       EXPECT_EQ(e.code(), cinebar_tool::kExitInput) << broken.reason;
@@ -194,9 +190,8 @@ Picture Input(const Change& c) {
 // once or named dropped, never both; copied as it was, or converted to the
 // same background colour. True when the chunk has a place in the input's form.
 bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) {
-  const std::string what = type + " from " + std::to_string(change.depth) + "-bit type " +
-                           std::to_string(change.color_type) + " to " + std::to_string(change.channels) +
-                           " channels";
+  SCOPED_TRACE(::testing::Message() << type << " from " << change.depth << "-bit type " << change.color_type
+                                    << " to " << change.channels << " channels");
   const Picture picture = Input(change);
   const std::optional<std::string> data = ValidData(type, picture);
   if (!data) return false;
@@ -204,7 +199,7 @@ bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) 
   const std::string input =
       Insert(WriteWithLibpng(picture), ChunkBytes(type, *data), early ? "PLTE" : "IDAT");
   const Reading in_libpng = ReadWithLibpng(input);
-  EXPECT_FALSE(in_libpng.objects()) << what << ": the input is not valid: " << in_libpng.objection();
+  EXPECT_FALSE(in_libpng.objects()) << "the input is not valid: " << in_libpng.objection();
   Frame in, out;
   EXPECT_TRUE(cinebar_tool::ReadPng(ReadFrom(input).get(), "in.png", in));
   out.Resize(in.width, in.height, change.channels, in.deep);
@@ -213,27 +208,26 @@ bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) 
   EXPECT_EQ(cinebar_tool::WriteFrame(file.get(), out, {1}), "");
   const std::string output = Contents(file.get());
   const Reading out_libpng = ReadWithLibpng(output);
-  EXPECT_FALSE(out_libpng.objects()) << what << ": " << out_libpng.objection();
+  EXPECT_FALSE(out_libpng.objects()) << out_libpng.objection();
   const bool written = ChunksOf(output, type).size() == 1;
-  EXPECT_NE(written, std::count(out.dropped.begin(), out.dropped.end(), type) == 1) << what;
+  EXPECT_NE(written, std::count(out.dropped.begin(), out.dropped.end(), type) == 1);
   const Carry carry =
       cinebar_tool::PngForm{change.depth, change.color_type, 0} == out.form() ? rule.kept : rule.changed;
-  EXPECT_TRUE(carry == Carry::kConvert || written == (carry == Carry::kCopy)) << what;
-  EXPECT_TRUE(carry != Carry::kCopy || !written || ChunksOf(output, type)[0] == *data) << what;
+  EXPECT_TRUE(carry == Carry::kConvert || written == (carry == Carry::kCopy));
+  EXPECT_TRUE(carry != Carry::kCopy || !written || ChunksOf(output, type)[0] == *data);
   if (type == "bKGD" && written) {  // the same colour, at 8 bits where the input was lower
-    std::vector<unsigned> expected(out.color() ? 3 : 1, 0);
-    for (std::size_t c = 0; c < expected.size(); ++c)
-      expected[c] = in_libpng.background[std::min(c, in_libpng.background.size() - 1)] *
-                    (change.depth < 8 ? 255 / ((1 << change.depth) - 1) : 1);
-    EXPECT_EQ(out_libpng.background, expected) << what;
+    std::vector<unsigned> expected = in_libpng.background;
+    for (unsigned& value : expected) value *= change.depth < 8 ? 255 / ((1 << change.depth) - 1) : 1;
+    expected.resize(out.color() ? 3 : 1, unsigned{expected.at(0)});  // grey spread
+    EXPECT_EQ(out_libpng.background, expected);
   }
   // What the chunk's purpose demands, whatever the table says: a background survives every change here,
   // a profile never crosses from grey to colour, what describes the old samples or the old file never
   // survives, text does.
   const std::string kept = "bKGD tEXt gAMA pHYs prVt", lost = "tIME sBIT hIST prVT";
-  EXPECT_TRUE(type != "iCCP" || written == ((change.color_type & 2) || !out.color())) << what;
-  EXPECT_TRUE(kept.find(type) == std::string::npos || written) << what;
-  EXPECT_TRUE(lost.find(type) == std::string::npos || !written) << what;
+  EXPECT_TRUE(type != "iCCP" || written == ((change.color_type & 2) || !out.color()));
+  EXPECT_TRUE(kept.find(type) == std::string::npos || written);
+  EXPECT_TRUE(lost.find(type) == std::string::npos || !written);
   return true;
 }
 

@@ -6,8 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "png_oracle.h"
 
