@@ -49,6 +49,14 @@ Picture RandomPicture(std::mt19937& random, int max_side, int width, int height)
   return p;
 }
 
+Picture Pattern(int width, int height, int color_type, int depth) {
+  const char* palette = color_type == 3 ? "\x10\x20\x30\x40\x50\x60\x70\x80\x90\xa0\xb0\xc0" : "";
+  Picture p{width, height, depth, color_type, false, palette, "", {}};
+  for (std::uint32_t i = 0; i < std::uint32_t(width * height * p.channels()); ++i)
+    p.samples.push_back(std::uint16_t((i * 2654435761u >> 5) % (color_type == 3 ? 4 : 1u << depth)));
+  return p;
+}
+
 // Rows of one byte a sample below 8 bits (libpng packs them), big-endian at 16.
 std::string WriteWithLibpng(const Picture& p) {
   std::string rows;

@@ -177,22 +177,13 @@ std::optional<std::string> ValidData(const std::string& type, const Picture& p) 
   return std::nullopt;  // tRNS: read as alpha, never carried
 }
 
-Picture Input(const Change& c) {
-  Picture p;
-  p.width = 5, p.height = 4, p.depth = c.depth, p.color_type = c.color_type;
-  if (c.color_type == 3) p.palette = "\x10\x20\x30\x40\x50\x60\x70\x80\x90\xa0\xb0\xc0";
-  for (std::size_t i = 0; i < std::size_t(p.width * p.height * p.channels()); ++i)
-    p.samples.push_back(std::uint16_t(i % (c.color_type == 3 ? 4 : 1u << c.depth)));
-  return p;
-}
-
 // One rule in one change: the output is valid to libpng; the chunk is written
 // once or named dropped, never both; copied as it was, or converted to the
 // same background colour. True when the chunk has a place in the input's form.
 bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) {
   SCOPED_TRACE(::testing::Message() << type << " from " << change.depth << "-bit type " << change.color_type
                                     << " to " << change.channels << " channels");
-  const Picture picture = Input(change);
+  const Picture picture = Pattern(5, 4, change.color_type, change.depth);
   const std::optional<std::string> data = ValidData(type, picture);
   if (!data) return false;
   const bool early = rule.place == cinebar_tool::Place::kBeforePalette && change.color_type == 3;

@@ -86,12 +86,9 @@ void ExpectWholeFramesOnly(const std::string& folder) {
 
 TEST_F(ToolTest, EndedBySignalOrFileSizeLimitLeavesWholeFramesAndSaysWhy) {
   WriteFrames("frames", 60, 6);
-  const char* interrupted = "cinebar: interrupted after ";
-  const std::pair<int, const char*> kEnds[] = {{SIGINT, interrupted},  {SIGHUP, interrupted},
-                                               {SIGTERM, interrupted}, {SIGQUIT, interrupted},
-                                               {SIGKILL, ""},          {0, "File too large"}};
-  for (const auto& [signal, says] : kEnds) {  // signal 0: a file-size limit of 100000 bytes
+  for (const int signal : {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGKILL, 0}) {  // 0: a file-size limit
     SCOPED_TRACE(signal);
+    const char* says = signal == 0 ? "File too large" : "cinebar: interrupted after ";
     fs::remove_all("out");
     const pid_t pid = Start({"frames", "out", "--compression", "0"}, "log", signal != 0 ? 0 : 100000);
     while (signal != 0 && Files("out").empty() && waitpid(pid, nullptr, WNOHANG) == 0) usleep(1000);
@@ -99,7 +96,7 @@ TEST_F(ToolTest, EndedBySignalOrFileSizeLimitLeavesWholeFramesAndSaysWhy) {
     EXPECT_EQ(Wait(pid), signal != 0 ? 128 + signal : 5);
     EXPECT_TRUE(signal != 0 ? Files("out").size() < 60 : Files("out").empty());
     ExpectWholeFramesOnly("out");
-    EXPECT_NE(Contents("log").find(says), std::string::npos) << Contents("log");
+    EXPECT_TRUE(signal == SIGKILL || Contents("log").find(says) != std::string::npos) << Contents("log");
   }
 }
 // Two runs of different pictures into one folder: each name holds one run's

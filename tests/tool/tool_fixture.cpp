@@ -37,13 +37,6 @@ std::vector<std::string> ToolTest::Files(const std::string& folder) {
   return names;
 }
 
-void WritePattern(const std::string& path, int width, int height, int color_type, int depth) {
-  Picture p{width, height, depth, color_type, false, "", "", {}};
-  for (std::uint32_t i = 0; i < std::uint32_t(width * height * p.channels()); ++i)
-    p.samples.push_back(std::uint16_t((i * 2654435761u >> 5) & ((1u << depth) - 1)));
-  std::ofstream(path, std::ios::binary) << WriteWithLibpng(p);
-}
-
 std::vector<std::string> Words(const std::string& text, char separator) {
   std::vector<std::string> words;
   std::istringstream in(text);

@@ -32,9 +32,9 @@ class ToolTest : public ::testing::Test {
   std::string home_, dir_;
 };
 
-// A picture of PNG colour type 0, 2, 4 or 6 whose samples depend on position
-// and channel over the depth's whole range, so moved pixels and lost bits show.
-void WritePattern(const std::string& path, int width, int height, int color_type = 6, int depth = 8);
+inline void WritePattern(const std::string& path, int width, int height, int color_type = 6, int depth = 8) {
+  std::ofstream(path, std::ios::binary) << WriteWithLibpng(Pattern(width, height, color_type, depth));
+}
 inline Reading Decode(const std::string& path) { return ReadWithLibpng(Contents(path)); }
 std::vector<std::string> Words(const std::string& text, char separator = ' ');  // empty parts left out
 
