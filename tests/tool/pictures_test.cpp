@@ -227,15 +227,12 @@ TEST_F(ToolTest, FolderOfPhotographsEveryFrameExact) {
   const std::string photos = "/usr/share/backgrounds/mate/nature/";
   if (std::system("command -v ffmpeg > /dev/null 2>&1") != 0 || !fs::exists(photos))
     GTEST_SKIP() << "needs ffmpeg and mate-backgrounds (" << photos << ")";
-  const char* const kShots[][3] = {{"Aqua", "321:181", "rgb24"},
-                                   {"Dune", "720:480", "rgb48be"},
-                                   {"Garden", "321:181", "rgb24"},
-                                   {"Storm", "1280:720", "rgba"},
-                                   {"Wood", "720:480", "gray16be"}};
   fs::create_directory("shots");
-  for (const auto& [name, size, format] : kShots) {
-    const std::string convert = "ffmpeg -loglevel error -i " + photos + name + ".jpg -vf scale=" + size +
-                                " -pix_fmt " + format + " shots/" + name + ".png";
+  for (const char* shot : {"Aqua 321:181 rgb24", "Dune 720:480 rgb48be", "Garden 321:181 rgb24",
+                           "Storm 1280:720 rgba", "Wood 720:480 gray16be"}) {  // name, size, pixel format
+    const std::vector<std::string> w = Words(shot);
+    const std::string convert = "ffmpeg -loglevel error -i " + photos + w[0] + ".jpg -vf scale=" + w[1] +
+                                " -pix_fmt " + w[2] + " shots/" + w[0] + ".png";
     ASSERT_EQ(std::system(convert.c_str()), 0) << convert;
   }
   const Outcome outcome = Run(Words("render shots rendered --preset 2.35 --pixel-aspect 1/1 --jobs 2"));

@@ -91,10 +91,9 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
       {Made(2, {}, "IEND", Zlib(Rows(4, 12))), "more image data"},
       {Made(2, {}, "IEND", "\x78\x9c\xff\xff\xff\xff"), "corrupt"},
       {Made(2, {}, "IEND", Zlib(Rows(3, 12, 5))), "unknown row filter"},
-      {PngFile({{"IHDR", Header(4, 3, 0)}, {"IDAT", Zlib(Rows(3, 2))}}),
-       "not a valid PNG header"},  // depth 3
-      {PngFile({{"IHDR", Header(0, 8, 0)}, {"IDAT", Zlib(Rows(3, 0))}}),
-       "not a valid PNG header"},  // width 0
+      // Depth 3, width 0.
+      {PngFile({{"IHDR", Header(4, 3, 0)}, {"IDAT", Zlib(Rows(3, 2))}}), "not a valid PNG header"},
+      {PngFile({{"IHDR", Header(0, 8, 0)}, {"IDAT", Zlib(Rows(3, 0))}}), "not a valid PNG header"},
       {Made(2, {{"bKGD", "ab"}}), "bKGD chunk does not fit"},
       {Made(3, {{"bKGD", "\x02"}}), "bKGD chunk does not fit"},
       {Made(2, {{"sBIT", std::string("\x08\x00\x08", 3)}}), "sBIT chunk does not fit"},
