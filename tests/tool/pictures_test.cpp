@@ -134,14 +134,12 @@ struct Look {  // the options of one sequence's render
 int WrongPixels(const std::string& in, const std::string& out, const Look& look) {
   const Reading want = Decode(in), got = Decode(out);
   if (got.depth != want.depth || got.width != want.width || got.height != want.height)
-    return ADD_FAILURE() << out << ": " << got.width << "x" << got.height << "x" << got.depth << got.error,
-           -1;
+    return ADD_FAILURE() << out << ": another size or depth " << got.error, -1;
   const PF_Rect r = picture_model::Model(got.width, got.height, look.ratio, {1, 1}, {1, 1}, look.aspect);
-  const bool deep = want.depth == 16;
-  const int full = deep ? 65535 : 255;
+  const int full = (1 << want.depth) - 1;
   std::array<int, 4> bar = look.color;
   // The host's 16-bit scale (x128 of 32768) at file scale; opaque bars at full.
-  for (int c = 0; c < 4 && deep; ++c)
+  for (int c = 0; c < 4 && full > 255; ++c)
     bar[c] = look.opaque ? bar[c] * 257 : static_cast<int>(std::lround(bar[c] * 128 * 65535.0 / 32768));
   if (look.opaque) bar[3] = full;
   bool color = want.channels >= 3, alpha = want.channels % 2 == 0;
@@ -149,9 +147,8 @@ int WrongPixels(const std::string& in, const std::string& out, const Look& look)
   for (int y = 0; y < got.height; ++y)
     for (int x = 0; x < got.width; ++x) {
       const bool inside = x >= r.left && x < r.right && y >= r.top && y < r.bottom;
-      const std::array<int, 4> expected = !inside        ? bar
-                                          : look.cleared ? std::array<int, 4>{}
-                                                         : want.Rgba(x, y);
+      std::array<int, 4> expected = inside ? want.Rgba(x, y) : bar;
+      if (inside && look.cleared) expected = {};
       color = color || expected[0] != expected[1] || expected[1] != expected[2];
       alpha = alpha || expected[3] != full;
       const std::array<int, 4> pixel = got.Rgba(x, y);

@@ -49,15 +49,14 @@ TEST_F(ToolTest, CommitGivesTheNameOnlyWhereAllowedAndLeavesNothingElse) {
 }
 
 // Starts `cinebar render ARGS` with stderr into `log`; `limit` bytes a file at most when not 0.
-pid_t Start(const std::vector<std::string>& args, const std::string& log, rlim_t limit = 0) {
+pid_t Start(std::vector<const char*> argv, const std::string& log, rlim_t limit = 0) {
   const pid_t pid = fork();
   if (pid != 0) return pid;
   const rlimit fsize{limit, limit};
   if (limit != 0) setrlimit(RLIMIT_FSIZE, &fsize);  // 0: none
   dup2(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
   dup2(open("/dev/null", O_WRONLY), 1);
-  std::vector<const char*> argv{"cinebar", "render"};
-  for (const std::string& a : args) argv.push_back(a.c_str());
+  argv.insert(argv.begin(), {"cinebar", "render"});
   argv.insert(argv.end(), {"--module", CINEBAR_MODULE_PATH, nullptr});
   execv(CINEBAR_TOOL_PATH, const_cast<char* const*>(argv.data()));
   _exit(127);

@@ -10,16 +10,16 @@
 namespace cinebar_tool_test {
 
 void ToolTest::SetUp() {
-  home_ = fs::current_path();
+  home = fs::current_path();
   std::string dir = ::testing::TempDir() + "cinebar-tool-XXXXXX";
   ASSERT_NE(mkdtemp(dir.data()), nullptr);
-  fs::current_path(dir_ = dir);
+  fs::current_path(temp = dir);
 }
 
 void ToolTest::TearDown() {
-  if (dir_.empty()) return;
-  fs::current_path(home_);
-  fs::remove_all(dir_);
+  if (temp.empty()) return;
+  fs::current_path(home);
+  fs::remove_all(temp);
 }
 
 Outcome ToolTest::Run(std::vector<std::string> args, std::FILE* in, std::FILE* out_file) {

@@ -20,16 +20,13 @@ struct Outcome {
 };
 
 // Each test runs in its own empty folder: paths are relative to it.
-class ToolTest : public ::testing::Test {
- public:
+struct ToolTest : ::testing::Test {
   void SetUp() override;
   void TearDown() override;
   // Adds --module naming the built module; IN "-" reads `in` and OUT "-" writes `out`.
   Outcome Run(std::vector<std::string> args, std::FILE* in = nullptr, std::FILE* out = nullptr);
   static std::vector<std::string> Files(const std::string& folder = ".");  // sorted names
-
- private:
-  std::string home_, dir_;
+  std::string home, temp;  // where the test started, and its own folder
 };
 
 inline void WritePattern(const std::string& path, int width, int height, int color_type = 6, int depth = 8) {
