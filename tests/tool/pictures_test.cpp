@@ -6,7 +6,6 @@
 // photographs. CINEBAR_RANDOM_SEQUENCES=N runs N seeds instead of a few.
 #include <cmath>
 #include <cstdlib>
-#include <optional>
 
 #include "tests/effect/picture_model.h"
 #include "tool_fixture.h"
@@ -232,11 +231,10 @@ TEST_F(ToolTest, FolderOfPhotographsEveryFrameExact) {
                                 " -pix_fmt " + w[2] + " shots/" + w[0] + ".png";
     ASSERT_EQ(std::system(convert.c_str()), 0) << convert;
   }
-  const Outcome outcome = Run(Words("render shots rendered --preset 2.35 --pixel-aspect 1/1 --jobs 2"));
+  const Outcome outcome = Run(Words("render shots out --preset 2.35 --pixel-aspect 1/1 --jobs 2"));
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   for (const std::string& name : Files("shots"))
-    EXPECT_EQ(WrongPixels("shots/" + name, "rendered/" + name, {2.35f, {1, 1}, {0, 0, 0, 255}, false, false}),
-              0);
+    EXPECT_EQ(WrongPixels("shots/" + name, "out/" + name, {2.35f, {1, 1}, {0, 0, 0, 255}, false, false}), 0);
 }
 
 }  // namespace
