@@ -97,7 +97,7 @@ TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
   const PF_Rect all{0, 0, 10, 8}, mid{2, 1, 7, 5}, none{10, 8, 0, 0};
   const struct {
     std::vector<CallRecord> calls;
-    std::optional<std::pair<PF_Rect, PF_Rect>> shown_cleared;  // after a flat input of 0x11
+    std::optional<std::pair<PF_Rect, PF_Rect>> want;  // shown and cleared after a flat input of 0x11
   } kCases[] = {
       {{}, {{none, all}}},
       {{fill(out, all, 9), copy(in, out, mid)}, {{mid, none}}},
@@ -111,12 +111,11 @@ TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
   };
   for (const auto& c : kCases) {
     const std::optional<cinebar_tool::Drawing> drawing = cinebar_tool::Drawing::Replay(c.calls, 0, in, out);
-    ASSERT_EQ(drawing.has_value(), c.shown_cleared.has_value()) << c.calls.size() << " calls";
+    ASSERT_EQ(drawing.has_value(), c.want.has_value()) << c.calls.size() << " calls";
     if (!drawing) continue;
     const cinebar_tool::Looked seen = drawing->Look(0x11);
-    EXPECT_EQ(
-        Text(seen.shown) + " / " + Text(seen.cleared),
-        picture_model::Text(c.shown_cleared->first) + " / " + picture_model::Text(c.shown_cleared->second));
+    EXPECT_EQ(Text(seen.shown) + " / " + Text(seen.cleared),
+              picture_model::Text(c.want->first) + " / " + picture_model::Text(c.want->second));
   }
 }
 

@@ -11,13 +11,12 @@ namespace cinebar_tool_test {
 
 void ToolTest::SetUp() {
   home = fs::current_path();
-  std::string dir = ::testing::TempDir() + "cinebar-tool-XXXXXX";
-  ASSERT_NE(mkdtemp(dir.data()), nullptr);
-  fs::current_path(temp = dir);
+  temp = ::testing::TempDir() + "cinebar-tool-XXXXXX";
+  ASSERT_NE(mkdtemp(temp.data()), nullptr);
+  fs::current_path(temp);
 }
 
 void ToolTest::TearDown() {
-  if (temp.empty()) return;
   fs::current_path(home);
   fs::remove_all(temp);
 }
