@@ -16,8 +16,6 @@
 namespace cinebar_tool_test {
 namespace {
 
-using cinebar_tool::Edit;
-
 std::string Text(const cinebar_tool::Picture& p) {  // its rectangle as the model writes one
   return picture_model::Text(PF_Rect{p.left, p.top, p.right, p.bottom});
 }
@@ -45,12 +43,12 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
       sizes.push_back(
           {1.0 + random() % 300, 1.0 + random() % 300, low + (high - low) * (random() % 1000) / 999});
     for (const auto& [width, height, aspect] : sizes) {
-      layer.Change(Edit{ratio.index, PF_Param_FLOAT_SLIDER, 0, aspect, {}});
+      layer.Change({ratio.index, PF_Param_FLOAT_SLIDER, 0, aspect, {}});
       const PF_Rect model = picture_model::Model(int(width), int(height), float(aspect), {1, 1}, {1, 1}, par);
       for (const PF_Pixel& bar : bars) {
-        layer.Change(Edit{color.index, PF_Param_COLOR, 0, 0.0, bar});
+        layer.Change({color.index, PF_Param_COLOR, 0, 0.0, bar});
         for (const A_long item : {on_image, cinebar_tool::FindItem(mode, "on-transparent").at(0)}) {
-          layer.Change(Edit{mode.index, PF_Param_POPUP, item, 0.0, {}});
+          layer.Change({mode.index, PF_Param_POPUP, item, 0.0, {}});
           for (const bool deep : {false, true}) {
             const cinebar_tool::Picture p = layer.Find(int(width), int(height), deep);
             bool replayed = false;

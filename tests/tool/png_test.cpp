@@ -13,8 +13,6 @@
 namespace cinebar_png_test {
 namespace {
 
-using cinebar_tool::Frame;
-
 using Chunks = std::vector<std::pair<std::string, std::string>>;
 
 std::string Header(std::uint32_t width, int depth, int type) {
@@ -50,9 +48,8 @@ std::string Made(int type, const Chunks& extra = {}, const char* before = "IDAT"
 }
 
 TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
-  std::string bad_crc = Made(2), huge_length = Made(2);
-  bad_crc[bad_crc.size() - 13] ^= 1;            // IDAT's CRC
-  huge_length.replace(33, 4, Be(0x80000000u));  // IDAT's length
+  std::string bad_crc = Made(2);
+  bad_crc[bad_crc.size() - 13] ^= 1;  // IDAT's CRC
   const std::string gamma = Be(45455), scale("\0011.5\0002.5", 8), data = Zlib(Rows(3, 12));
   const auto split_by = [&](const char* type) {  // IDAT split by another chunk
     return PngFile(
@@ -77,7 +74,7 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
       {bad_crc, "fails its CRC"},
       {Made(2, {{"CRIT", "x"}}), "unknown critical chunk CRIT"},
       {Made(2, {{"tE1t", "x"}}), "not four letters"},
-      {huge_length, "length is out of range"},
+      {Made(2).replace(33, 4, Be(0x80000000u)), "length is out of range"},  // IDAT's length
       {Made(0, {{"PLTE", "abc"}}), "grey image has a palette"},
       {Without(Made(3), "PLTE"), "no palette before its image data"},
       {Made(3, {{"PLTE", "abc"}}), "second palette"},
@@ -107,7 +104,7 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
   for (const auto& broken : kBroken) {
     const Reading libpng = ReadWithLibpng(broken.file);
     EXPECT_NE(libpng.objects(), broken.libpng_silent) << broken.reason << ": libpng " << libpng.objection();
-    Frame frame;
+    cinebar_tool::Frame frame;
     try {
       cinebar_tool::ReadPng(ReadFrom(broken.file).get(), "broken.png", frame);
       ADD_FAILURE() << broken.reason << ": read (libpng: " << libpng.objection() << ")";
@@ -122,8 +119,6 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
 // The chunk table walked: every ancillary chunk it names (and an unknown one
 // safe to copy and one not), valid in an input of one form, read and carried
 // into an output of the same form or another, written, and judged by libpng.
-using cinebar_tool::Carry;
-using cinebar_tool::ChunkRule;
 
 // Changes of form: the input's depth and colour type, the output's channels. RGB and grey kept; grey
 // gaining alpha, turning RGB or RGBA; RGB gaining alpha; a palette read as RGB; 2-bit grey read as 8-bit
@@ -174,7 +169,7 @@ std::string ValidData(const std::string& type, const Picture& p) {
 // One rule in one change: the output is valid to libpng; the chunk is written
 // once or named dropped, never both; copied as it was, or converted to the
 // same background colour. True when the chunk has a place in the input's form.
-bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) {
+bool Walk(const std::string& type, const cinebar_tool::ChunkRule& rule, const Change& change) {
   SCOPED_TRACE(::testing::Message() << type << " from " << change.depth << "-bit type " << change.color_type
                                     << " to " << change.channels << " channels");
   const Picture picture = Pattern(5, 4, change.color_type, change.depth);
@@ -185,7 +180,7 @@ bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) 
              rule.place == cinebar_tool::Place::kBeforePalette && change.color_type == 3 ? "PLTE" : "IDAT");
   const Reading in_libpng = ReadWithLibpng(input);
   EXPECT_FALSE(in_libpng.objects()) << "the input is not valid: " << in_libpng.objection();
-  Frame in, out;
+  cinebar_tool::Frame in, out;
   EXPECT_TRUE(cinebar_tool::ReadPng(ReadFrom(input).get(), "in.png", in));
   out.Resize(in.width, in.height, change.channels, in.deep);
   cinebar_tool::CarryChunks(in, out);
@@ -196,10 +191,10 @@ bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) 
   EXPECT_FALSE(out_libpng.objects()) << out_libpng.objection();
   const bool written = ChunksOf(output, type).size() == 1;
   EXPECT_NE(written, std::count(out.dropped.begin(), out.dropped.end(), type) == 1);
-  const Carry carry =
+  const auto carry =
       cinebar_tool::PngForm{change.depth, change.color_type, 0} == out.form() ? rule.kept : rule.changed;
-  EXPECT_TRUE(carry == Carry::kConvert || written == (carry == Carry::kCopy));
-  EXPECT_TRUE(carry != Carry::kCopy || !written || ChunksOf(output, type)[0] == data);
+  EXPECT_TRUE(carry == cinebar_tool::Carry::kConvert || written == (carry == cinebar_tool::Carry::kCopy));
+  EXPECT_TRUE(carry != cinebar_tool::Carry::kCopy || !written || ChunksOf(output, type)[0] == data);
   if (type == "bKGD" && written) {  // the same colour, at 8 bits where the input was lower
     std::vector<unsigned> expected = in_libpng.background;
     for (unsigned& value : expected) value *= change.depth < 8 ? 255 / ((1 << change.depth) - 1) : 1;
@@ -216,8 +211,8 @@ bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) 
 }
 
 TEST(PngChunks, EveryRuleInEveryChangeOfForm) {
-  std::vector<std::pair<std::string, ChunkRule>> rules;
-  for (const ChunkRule& rule : cinebar_tool::KnownChunkRules()) rules.emplace_back(rule.type, rule);
+  std::vector<std::pair<std::string, cinebar_tool::ChunkRule>> rules;
+  for (const auto& rule : cinebar_tool::KnownChunkRules()) rules.emplace_back(rule.type, rule);
   for (const char* unknown : {"prVt", "prVT"}) rules.emplace_back(unknown, cinebar_tool::RuleOf(unknown));
   int walked = 0;
   for (const auto& [type, rule] : rules)

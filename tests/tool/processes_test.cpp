@@ -18,16 +18,14 @@
 namespace cinebar_tool_test {
 namespace {
 
-using cinebar_tool::Replace;
-
 TEST_F(ToolTest, CommitGivesTheNameOnlyWhereAllowedAndLeavesNothingElse) {
   const mode_t mask = umask(0);
   umask(mask);
   for (const bool unnamed : {true, false})
-    for (const Replace replace : {Replace::kNever, Replace::kAtomically})
+    for (const auto replace : {cinebar_tool::Replace::kNever, cinebar_tool::Replace::kAtomically})
       for (const bool exists : {false, true}) {  // "out.png" holds other bytes before the commit
         SCOPED_TRACE(std::to_string(unnamed) + std::to_string(int(replace)) + std::to_string(exists));
-        const bool replaced = !exists || replace == Replace::kAtomically;
+        const bool replaced = !exists || replace == cinebar_tool::Replace::kAtomically;
         fs::remove("out.png");
         if (exists) std::ofstream("out.png") << "someone else's file";
         std::string error;
