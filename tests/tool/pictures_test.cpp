@@ -62,8 +62,7 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
                         : vanished                     ? p.empty() || (clear_bars && !p.image)
                                    : Text(p) == picture_model::Text(model) && p.image == (item == on_image))
                 << width << "x" << height << " at " << aspect << (deep ? " 16-bit" : " 8-bit") << ", bars "
-                << int(bar.alpha) << "/" << int(bar.red) << ", mode " << item << ": " << Text(p)
-                << (p.image ? " shown" : "");
+                << int(bar.alpha) << "/" << int(bar.red) << ", mode " << item << ": " << Text(p) << p.image;
           }
         }
       }
@@ -172,8 +171,7 @@ TEST_F(ToolTest, RandomSequencesEveryFrameExactFromAFolderAndThroughPipes) {
     std::vector<std::pair<bool, std::size_t>> frames(std::size_t(4 + pick(4)));
     std::string all;
     for (std::size_t i = 0; i < frames.size(); ++i) {
-      const auto [w, h] = sizes[pick(3)];
-      std::string file = WriteWithLibpng(RandomPicture(random, 0, w, h));
+      std::string file = WriteWithLibpng(RandomPicture(random, sizes[pick(3)]));
       if ((frames[i].first = pick(2) == 1))
         file = Insert(file, ChunkBytes("tEXt", std::string("Comment\0hi", 10)), "IEND");
       std::ofstream("in/" + std::to_string(i + 1) + ".png", std::ios::binary) << file;

@@ -29,13 +29,13 @@ std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file)
 
 }  // namespace
 
-Picture RandomPicture(std::mt19937& random, int max_side, int width, int height) {
+Picture RandomPicture(std::mt19937& random, std::pair<int, int> size) {
   const auto pick = [&](unsigned n) { return static_cast<int>(random() % n); };
   Picture p;
   p.color_type = std::array{0, 2, 3, 4, 6}[pick(5)];
   p.depth = p.color_type == 0 ? 1 << pick(5) : p.color_type == 3 ? 1 << pick(4) : 8 << pick(2);
-  p.width = width != 0 ? width : 1 + pick(unsigned(max_side));
-  p.height = height != 0 ? height : 1 + pick(unsigned(max_side));
+  p.width = size.first;
+  p.height = size.second;
   p.interlaced = pick(4) == 0;
   const unsigned values = 1u << p.depth, entries = p.color_type == 3 ? 1 + unsigned(pick(values)) : 0;
   for (unsigned i = 0; i < 3 * entries; ++i) p.palette += static_cast<char>(random());
