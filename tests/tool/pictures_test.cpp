@@ -37,11 +37,10 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
     // Both bars, one row at the bottom, one column at the right, pillarbox, and random sizes.
     std::vector<std::array<double, 3>> sizes = {{1920, 1080, 2.35}, {1920, 1080, 1.778}, {1920, 1080, 1.777},
                                                 {720, 480, 1.2},    {1, 240, 2.35},      {320, 1, 0.5}};
-    std::mt19937 random(24);
+    std::mt19937 rng(24);
     const double low = ratio.def.u.fs_d.valid_min, high = ratio.def.u.fs_d.valid_max;
     for (int i = 0; i < 6; ++i)
-      sizes.push_back(
-          {1.0 + random() % 300, 1.0 + random() % 300, low + (high - low) * (random() % 1000) / 999});
+      sizes.push_back({1.0 + rng() % 300, 1.0 + rng() % 300, low + (high - low) * (rng() % 1000) / 999});
     for (const auto& [width, height, aspect] : sizes) {
       layer.Change({ratio.index, PF_Param_FLOAT_SLIDER, 0, aspect, {}});
       const PF_Rect model = picture_model::Model(int(width), int(height), float(aspect), {1, 1}, {1, 1}, par);

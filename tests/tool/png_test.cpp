@@ -134,8 +134,7 @@ std::string ValidData(const std::string& type, const Picture& p) {
   const bool palette = p.color_type == 3, color = p.color_type & 2;
   const unsigned top = (1u << p.depth) - 1;
   std::string chromaticities;
-  for (const std::uint32_t v : {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000})
-    chromaticities += Be(v);
+  for (const int v : {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000}) chromaticities += Be(v);
   // A minimal 132-byte profile of the picture's colour space; libpng reads 81 bytes of keyword
   // before it in iCCP: a shorter chunk is "too short" to it.
   const std::string profile = Be(132) + Be(0) + Be(0x02100000) + "mntr" + (color ? "RGB " : "GRAY") + "XYZ " +
