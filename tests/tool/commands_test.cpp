@@ -6,7 +6,7 @@
 
 #include <atomic>
 #include <map>
-#include <sstream>
+#include <regex>
 
 #include "tool_fixture.h"
 
@@ -86,20 +86,14 @@ constexpr const char* kStreams =
     "none=";
 
 std::vector<std::string> Fields(const std::string& line) {
-  std::vector<std::string> fields;
-  std::istringstream in(line);
-  for (std::string field; std::getline(in, field, '|');) {
-    field.erase(0, field.find_first_not_of(' '));
-    fields.push_back(field.erase(field.find_last_not_of(' ') + 1));
-  }
+  const std::regex bar(" *\\| *");
+  std::vector<std::string> fields(std::sregex_token_iterator(line.begin(), line.end(), bar, -1), {});
   fields.resize(8);
   return fields;
 }
 
 std::vector<std::string> Expand(const std::string& text) {
-  std::vector<std::string> words = Words(text);
-  for (std::string& word : words) word = word == "LONG" ? std::string(255, 'o') : word;
-  return words;
+  return Words(std::regex_replace(text, std::regex("LONG"), std::string(255, 'o')));
 }
 
 void Make(const std::string& name) {

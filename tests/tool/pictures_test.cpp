@@ -4,14 +4,8 @@
 // type and depth, tRNS, interlacing, text chunks) from a folder and through
 // pipes at one and two jobs, and a stream cut anywhere; README's folder of
 // photographs. CINEBAR_RANDOM_SEQUENCES=N runs N seeds instead of a few.
-#include <array>
 #include <cmath>
 #include <cstdlib>
-#include <optional>
-#include <random>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "tests/effect/picture_model.h"
 #include "tool_fixture.h"
@@ -22,7 +16,9 @@
 namespace cinebar_tool_test {
 namespace {
 
-using cinebar_tool::Edit;
+std::string Text(const cinebar_tool::Picture& p) {  // its rectangle as the model writes one
+  return picture_model::Text(PF_Rect{p.left, p.top, p.right, p.bottom});
+}
 
 // With bars of a third colour (one probe), of the first probe's value or
 // transparent black (a second probe decides), in both render modes, at both depths.
@@ -41,36 +37,31 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
     // Both bars, one row at the bottom, one column at the right, pillarbox, and random sizes.
     std::vector<std::array<double, 3>> sizes = {{1920, 1080, 2.35}, {1920, 1080, 1.778}, {1920, 1080, 1.777},
                                                 {720, 480, 1.2},    {1, 240, 2.35},      {320, 1, 0.5}};
-    std::mt19937 random(24);
+    std::mt19937 rng(24);
     const double low = ratio.def.u.fs_d.valid_min, high = ratio.def.u.fs_d.valid_max;
     for (int i = 0; i < 6; ++i)
-      sizes.push_back(
-          {1.0 + random() % 300, 1.0 + random() % 300, low + (high - low) * (random() % 1000) / 999});
+      sizes.push_back({1.0 + rng() % 300, 1.0 + rng() % 300, low + (high - low) * (rng() % 1000) / 999});
     for (const auto& [width, height, aspect] : sizes) {
-      layer.Change(Edit{ratio.index, PF_Param_FLOAT_SLIDER, 0, aspect, {}});
+      layer.Change({ratio.index, PF_Param_FLOAT_SLIDER, 0, aspect, {}});
       const PF_Rect model = picture_model::Model(int(width), int(height), float(aspect), {1, 1}, {1, 1}, par);
       for (const PF_Pixel& bar : bars) {
-        layer.Change(Edit{color.index, PF_Param_COLOR, 0, 0.0, bar});
+        layer.Change({color.index, PF_Param_COLOR, 0, 0.0, bar});
         for (const A_long item : {on_image, cinebar_tool::FindItem(mode, "on-transparent").at(0)}) {
-          layer.Change(Edit{mode.index, PF_Param_POPUP, item, 0.0, {}});
+          layer.Change({mode.index, PF_Param_POPUP, item, 0.0, {}});
           for (const bool deep : {false, true}) {
             const cinebar_tool::Picture p = layer.Find(int(width), int(height), deep);
             bool replayed = false;
             const cinebar_tool::Picture m = layer.Measure(int(width), int(height), deep, &replayed);
-            EXPECT_TRUE(replayed && std::tie(m.left, m.top, m.right, m.bottom, m.image) ==
-                                        std::tie(p.left, p.top, p.right, p.bottom, p.image))
-                << "the dry run's replay";
-            const std::string found = picture_model::Text(PF_Rect{p.left, p.top, p.right, p.bottom});
+            EXPECT_TRUE(replayed && Text(m) == Text(p) && m.image == p.image) << "the dry run's replay";
             // All of it transparent black: no image (bars and a vanished picture look alike);
             // an empty picture; or the model's, shown on image.
             const bool vanished = model.right <= model.left || model.bottom <= model.top;
             const bool clear_bars = bar.alpha == 0 && bar.red == 0;
             EXPECT_TRUE(clear_bars && item != on_image ? !p.image
                         : vanished                     ? p.empty() || (clear_bars && !p.image)
-                                   : found == picture_model::Text(model) && p.image == (item == on_image))
+                                   : Text(p) == picture_model::Text(model) && p.image == (item == on_image))
                 << width << "x" << height << " at " << aspect << (deep ? " 16-bit" : " 8-bit") << ", bars "
-                << int(bar.alpha) << "/" << int(bar.red) << ", mode " << item << ": " << found
-                << (p.image ? " shown" : "");
+                << int(bar.alpha) << "/" << int(bar.red) << ", mode " << item << ": " << Text(p) << p.image;
           }
         }
       }
@@ -81,7 +72,7 @@ TEST(ToolProbe, FindsThePictureWhateverColourTheBarsAre) {
 // The replay over hand-made records: later calls over earlier ones in two
 // dimensions, refused calls passed over, no answer for what it cannot follow.
 TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
-  using cinebar_simhost::CallRecord;
+  using cinebar_simhost::CallRecord, cinebar_simhost::HostFn;
   std::uint8_t bytes[3];
   const auto world = [&](int at, A_long rowbytes = 40) {
     PF_LayerDef w{};
@@ -90,20 +81,19 @@ TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
   };
   const auto fill = [](const PF_LayerDef& w, PF_Rect r, A_u_char v, long long result = PF_Err_NONE) {
     CallRecord c;
-    c.fn = cinebar_simhost::HostFn::kFill, c.result = result, c.rect = r, c.color = PF_Pixel{v, v, v, v},
-    c.world = w;
+    c.fn = HostFn::kFill, c.result = result, c.rect = r, c.color = PF_Pixel{v, v, v, v}, c.world = w;
     return c;
   };
   const auto copy = [](const PF_LayerDef& src, const PF_LayerDef& dst, PF_Rect r) {
     CallRecord c;
-    c.fn = cinebar_simhost::HostFn::kCopy, c.rect = c.src_rect = r, c.world = dst, c.src_world = src;
+    c.fn = HostFn::kCopy, c.rect = c.src_rect = r, c.world = dst, c.src_world = src;
     return c;
   };
   const PF_LayerDef in = world(0), out = world(1);
   const PF_Rect all{0, 0, 10, 8}, mid{2, 1, 7, 5}, none{10, 8, 0, 0};
   const struct {
     std::vector<CallRecord> calls;
-    std::optional<std::pair<PF_Rect, PF_Rect>> shown_cleared;  // after a flat input of 0x11
+    std::optional<std::pair<PF_Rect, PF_Rect>> want;  // shown and cleared after a flat input of 0x11
   } kCases[] = {
       {{}, {{none, all}}},
       {{fill(out, all, 9), copy(in, out, mid)}, {{mid, none}}},
@@ -115,16 +105,13 @@ TEST(ToolProbe, ReplayFollowsTheCallsOrGivesUp) {
       {{copy(world(2), out, mid)}, {}},
       {{fill(world(1, 44), all, 9)}, {}},
   };
-  const auto text = [](int l, int t, int r, int b) { return picture_model::Text(PF_Rect{l, t, r, b}); };
   for (const auto& c : kCases) {
     const std::optional<cinebar_tool::Drawing> drawing = cinebar_tool::Drawing::Replay(c.calls, 0, in, out);
-    ASSERT_EQ(drawing.has_value(), c.shown_cleared.has_value()) << c.calls.size() << " calls";
+    ASSERT_EQ(drawing.has_value(), c.want.has_value()) << c.calls.size() << " calls";
     if (!drawing) continue;
     const cinebar_tool::Looked seen = drawing->Look(0x11);
-    for (const auto& [got, want] :
-         {std::pair{seen.shown, c.shown_cleared->first}, {seen.cleared, c.shown_cleared->second}})
-      EXPECT_EQ(text(got.left, got.top, got.right, got.bottom),
-                text(want.left, want.top, want.right, want.bottom));
+    EXPECT_EQ(Text(seen.shown) + " / " + Text(seen.cleared),
+              picture_model::Text(c.want->first) + " / " + picture_model::Text(c.want->second));
   }
 }
 
@@ -141,14 +128,12 @@ struct Look {  // the options of one sequence's render
 int WrongPixels(const std::string& in, const std::string& out, const Look& look) {
   const Reading want = Decode(in), got = Decode(out);
   if (got.depth != want.depth || got.width != want.width || got.height != want.height)
-    return ADD_FAILURE() << out << ": " << got.width << "x" << got.height << "x" << got.depth << got.error,
-           -1;
+    return ADD_FAILURE() << out << ": another size or depth " << got.error, -1;
   const PF_Rect r = picture_model::Model(got.width, got.height, look.ratio, {1, 1}, {1, 1}, look.aspect);
-  const bool deep = want.depth == 16;
-  const int full = deep ? 65535 : 255;
+  const int full = (1 << want.depth) - 1;
   std::array<int, 4> bar = look.color;
   // The host's 16-bit scale (x128 of 32768) at file scale; opaque bars at full.
-  for (int c = 0; c < 4 && deep; ++c)
+  for (int c = 0; c < 4 && full > 255; ++c)
     bar[c] = look.opaque ? bar[c] * 257 : static_cast<int>(std::lround(bar[c] * 128 * 65535.0 / 32768));
   if (look.opaque) bar[3] = full;
   bool color = want.channels >= 3, alpha = want.channels % 2 == 0;
@@ -156,9 +141,8 @@ int WrongPixels(const std::string& in, const std::string& out, const Look& look)
   for (int y = 0; y < got.height; ++y)
     for (int x = 0; x < got.width; ++x) {
       const bool inside = x >= r.left && x < r.right && y >= r.top && y < r.bottom;
-      const std::array<int, 4> expected = !inside        ? bar
-                                          : look.cleared ? std::array<int, 4>{}
-                                                         : want.Rgba(x, y);
+      std::array<int, 4> expected = inside ? want.Rgba(x, y) : bar;
+      if (inside && look.cleared) expected = {};
       color = color || expected[0] != expected[1] || expected[1] != expected[2];
       alpha = alpha || expected[3] != full;
       const std::array<int, 4> pixel = got.Rgba(x, y);
@@ -186,8 +170,7 @@ TEST_F(ToolTest, RandomSequencesEveryFrameExactFromAFolderAndThroughPipes) {
     std::vector<std::pair<bool, std::size_t>> frames(std::size_t(4 + pick(4)));
     std::string all;
     for (std::size_t i = 0; i < frames.size(); ++i) {
-      const auto [w, h] = sizes[pick(3)];
-      std::string file = WriteWithLibpng(RandomPicture(random, 0, w, h));
+      std::string file = WriteWithLibpng(RandomPicture(random, sizes[pick(3)]));
       if ((frames[i].first = pick(2) == 1))
         file = Insert(file, ChunkBytes("tEXt", std::string("Comment\0hi", 10)), "IEND");
       std::ofstream("in/" + std::to_string(i + 1) + ".png", std::ios::binary) << file;
@@ -234,22 +217,18 @@ TEST_F(ToolTest, FolderOfPhotographsEveryFrameExact) {
   const std::string photos = "/usr/share/backgrounds/mate/nature/";
   if (std::system("command -v ffmpeg > /dev/null 2>&1") != 0 || !fs::exists(photos))
     GTEST_SKIP() << "needs ffmpeg and mate-backgrounds (" << photos << ")";
-  const char* const kShots[][3] = {{"Aqua", "321:181", "rgb24"},
-                                   {"Dune", "720:480", "rgb48be"},
-                                   {"Garden", "321:181", "rgb24"},
-                                   {"Storm", "1280:720", "rgba"},
-                                   {"Wood", "720:480", "gray16be"}};
   fs::create_directory("shots");
-  for (const auto& [name, size, format] : kShots) {
-    const std::string convert = "ffmpeg -loglevel error -i " + photos + name + ".jpg -vf scale=" + size +
-                                " -pix_fmt " + format + " shots/" + name + ".png";
+  for (const char* shot : {"Aqua 321:181 rgb24", "Dune 720:480 rgb48be", "Garden 321:181 rgb24",
+                           "Storm 1280:720 rgba", "Wood 720:480 gray16be"}) {  // name, size, pixel format
+    const std::vector<std::string> w = Words(shot);
+    const std::string convert = "ffmpeg -loglevel error -i " + photos + w[0] + ".jpg -vf scale=" + w[1] +
+                                " -pix_fmt " + w[2] + " shots/" + w[0] + ".png";
     ASSERT_EQ(std::system(convert.c_str()), 0) << convert;
   }
-  const Outcome outcome = Run(Words("render shots rendered --preset 2.35 --pixel-aspect 1/1 --jobs 2"));
+  const Outcome outcome = Run(Words("render shots out --preset 2.35 --pixel-aspect 1/1 --jobs 2"));
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   for (const std::string& name : Files("shots"))
-    EXPECT_EQ(WrongPixels("shots/" + name, "rendered/" + name, {2.35f, {1, 1}, {0, 0, 0, 255}, false, false}),
-              0);
+    EXPECT_EQ(WrongPixels("shots/" + name, "out/" + name, {2.35f, {1, 1}, {0, 0, 0, 255}, false, false}), 0);
 }
 
 }  // namespace

@@ -3,9 +3,8 @@
 #include <png.h>
 #include <zlib.h>
 
-#include <csetjmp>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace cinebar_png_test {
 namespace {
@@ -30,13 +29,13 @@ std::vector<std::pair<std::size_t, std::size_t>> Chunks(const std::string& file)
 
 }  // namespace
 
-Picture RandomPicture(std::mt19937& random, int max_side, int width, int height) {
+Picture RandomPicture(std::mt19937& random, std::pair<int, int> size) {
   const auto pick = [&](unsigned n) { return static_cast<int>(random() % n); };
   Picture p;
   p.color_type = std::array{0, 2, 3, 4, 6}[pick(5)];
   p.depth = p.color_type == 0 ? 1 << pick(5) : p.color_type == 3 ? 1 << pick(4) : 8 << pick(2);
-  p.width = width != 0 ? width : 1 + pick(unsigned(max_side));
-  p.height = height != 0 ? height : 1 + pick(unsigned(max_side));
+  p.width = size.first;
+  p.height = size.second;
   p.interlaced = pick(4) == 0;
   const unsigned values = 1u << p.depth, entries = p.color_type == 3 ? 1 + unsigned(pick(values)) : 0;
   for (unsigned i = 0; i < 3 * entries; ++i) p.palette += static_cast<char>(random());
@@ -50,16 +49,21 @@ Picture RandomPicture(std::mt19937& random, int max_side, int width, int height)
   return p;
 }
 
+Picture Pattern(int width, int height, int color_type, int depth) {
+  const char* palette = color_type == 3 ? "\x10\x20\x30\x40\x50\x60\x70\x80\x90\xa0\xb0\xc0" : "";
+  Picture p{width, height, depth, color_type, false, palette, "", {}};
+  for (std::uint32_t i = 0; i < std::uint32_t(width * height * p.channels()); ++i)
+    p.samples.push_back(std::uint16_t((i * 2654435761u >> 5) % (color_type == 3 ? 4 : 1u << depth)));
+  return p;
+}
+
 // Rows of one byte a sample below 8 bits (libpng packs them), big-endian at 16.
 std::string WriteWithLibpng(const Picture& p) {
-  std::vector<png_byte> rows;
-  for (const std::uint16_t s : p.samples) {
-    if (p.depth == 16) rows.push_back(png_byte(s >> 8));
-    rows.push_back(png_byte(s));
-  }
+  std::string rows;
+  for (const std::uint16_t s : p.samples) rows += Be(s, p.depth == 16 ? 2 : 1);
   std::vector<png_bytep> pointers;
   for (std::size_t y = 0; y < std::size_t(p.height); ++y)
-    pointers.push_back(&rows[y * rows.size() / p.height]);
+    pointers.push_back(reinterpret_cast<png_bytep>(&rows[y * rows.size() / p.height]));
   const File out(std::tmpfile(), &std::fclose);
   Reading sink;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &sink, OnError, OnWarning);
@@ -93,12 +97,8 @@ Reading ReadWithLibpng(const std::string& file) {
     for (int y = 0; y < r.height; ++y)
       r.samples.insert(r.samples.end(), png_get_rows(png, info)[y],
                        png_get_rows(png, info)[y] + png_get_rowbytes(png, info));
-    png_color_16p b = nullptr;
-    png_colorp e = nullptr;
-    int count = 0;  // the palette is kept though the rows are expanded
-    if (png_get_bKGD(png, info, &b) != 0 && png_get_PLTE(png, info, &e, &count) != 0 && count > b->index)
-      r.background = {e[b->index].red, e[b->index].green, e[b->index].blue};
-    else if (b != nullptr)
+    png_color_16p b = nullptr;  // libpng fills in a palette entry's colour
+    if (png_get_bKGD(png, info, &b) != 0)
       r.background =
           r.channels >= 3 ? std::vector<unsigned>{b->red, b->green, b->blue} : std::vector<unsigned>{b->gray};
   }
@@ -117,9 +117,8 @@ std::array<int, 4> Reading::Rgba(int x, int y) const {
 }
 
 std::string Contents(const std::string& path) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  return bytes.str();
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string Contents(std::FILE* file) {

@@ -21,9 +21,12 @@ struct Picture {
   std::vector<std::uint16_t> samples;
   int channels() const { return color_type == 3 ? 1 : (color_type & 2 ? 3 : 1) + (color_type & 4 ? 1 : 0); }
 };
-// Any valid form, 1..max_side a side, or `width` x `height` when these are not 0.
-Picture RandomPicture(std::mt19937& random, int max_side, int width = 0, int height = 0);
+// Any valid form of this width and height.
+Picture RandomPicture(std::mt19937& random, std::pair<int, int> size);
 std::string WriteWithLibpng(const Picture& picture);
+// Colour type 0, 2, 3 (four entries), 4 or 6, samples depending on position and channel
+// over the depth's whole range, so that moved pixels and lost bits show.
+Picture Pattern(int width, int height, int color_type, int depth);
 
 // What libpng makes of a file, expanded (palettes to RGB, low depths to 8
 // bits, tRNS to alpha), with its palette index check on.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "png_oracle.h"
 #include "tools/cinebar/frame.h"
@@ -13,9 +12,6 @@
 
 namespace cinebar_png_test {
 namespace {
-
-using cinebar_tool::Frame;
-using cinebar_tool::ReadPng;
 
 using Chunks = std::vector<std::pair<std::string, std::string>>;
 
@@ -44,20 +40,16 @@ std::string Without(std::string file, const std::string& type) {
 // A 4x3 8-bit picture of colour type 0, 2, 3 (two entries) or 6 with `extra`
 // chunks before the chunk `before`, and `data` as its image data if not empty.
 std::string Made(int type, const Chunks& extra = {}, const char* before = "IDAT", std::string data = "") {
-  std::string file = PngFile({{"IHDR", Header(4, 8, type)},
-                              {"PLTE", "\x10\x20\x30\x40\x50\x60"},
-                              {"IDAT", data.empty() ? Zlib(Rows(3, type == 6   ? 16
-                                                                   : type == 2 ? 12
-                                                                               : 4))
-                                                    : data}});
+  if (data.empty()) data = Zlib(Rows(3, type == 6 ? 16 : type == 2 ? 12 : 4));
+  std::string file =
+      PngFile({{"IHDR", Header(4, 8, type)}, {"PLTE", "\x10\x20\x30\x40\x50\x60"}, {"IDAT", data}});
   for (const auto& [chunk, bytes] : extra) file = Insert(file, ChunkBytes(chunk, bytes), before);
   return type == 3 ? file : Without(file, "PLTE");
 }
 
 TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
-  std::string bad_crc = Made(2), huge_length = Made(2);
-  bad_crc[bad_crc.size() - 13] ^= 1;            // IDAT's CRC
-  huge_length.replace(33, 4, Be(0x80000000u));  // IDAT's length
+  std::string bad_crc = Made(2);
+  bad_crc[bad_crc.size() - 13] ^= 1;  // IDAT's CRC
   const std::string gamma = Be(45455), scale("\0011.5\0002.5", 8), data = Zlib(Rows(3, 12));
   const auto split_by = [&](const char* type) {  // IDAT split by another chunk
     return PngFile(
@@ -82,7 +74,7 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
       {bad_crc, "fails its CRC"},
       {Made(2, {{"CRIT", "x"}}), "unknown critical chunk CRIT"},
       {Made(2, {{"tE1t", "x"}}), "not four letters"},
-      {huge_length, "length is out of range"},
+      {Made(2).replace(33, 4, Be(0x80000000u)), "length is out of range"},  // IDAT's length
       {Made(0, {{"PLTE", "abc"}}), "grey image has a palette"},
       {Without(Made(3), "PLTE"), "no palette before its image data"},
       {Made(3, {{"PLTE", "abc"}}), "second palette"},
@@ -95,10 +87,9 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
       {Made(2, {}, "IEND", Zlib(Rows(4, 12))), "more image data"},
       {Made(2, {}, "IEND", "\x78\x9c\xff\xff\xff\xff"), "corrupt"},
       {Made(2, {}, "IEND", Zlib(Rows(3, 12, 5))), "unknown row filter"},
-      {PngFile({{"IHDR", Header(4, 3, 0)}, {"IDAT", Zlib(Rows(3, 2))}}),
-       "not a valid PNG header"},  // depth 3
-      {PngFile({{"IHDR", Header(0, 8, 0)}, {"IDAT", Zlib(Rows(3, 0))}}),
-       "not a valid PNG header"},  // width 0
+      // Depth 3, width 0.
+      {PngFile({{"IHDR", Header(4, 3, 0)}, {"IDAT", Zlib(Rows(3, 2))}}), "not a valid PNG header"},
+      {PngFile({{"IHDR", Header(0, 8, 0)}, {"IDAT", Zlib(Rows(3, 0))}}), "not a valid PNG header"},
       {Made(2, {{"bKGD", "ab"}}), "bKGD chunk does not fit"},
       {Made(3, {{"bKGD", "\x02"}}), "bKGD chunk does not fit"},
       {Made(2, {{"sBIT", std::string("\x08\x00\x08", 3)}}), "sBIT chunk does not fit"},
@@ -113,9 +104,9 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
   for (const auto& broken : kBroken) {
     const Reading libpng = ReadWithLibpng(broken.file);
     EXPECT_NE(libpng.objects(), broken.libpng_silent) << broken.reason << ": libpng " << libpng.objection();
-    Frame frame;
+    cinebar_tool::Frame frame;
     try {
-      ReadPng(ReadFrom(broken.file).get(), "broken.png", frame);
+      cinebar_tool::ReadPng(ReadFrom(broken.file).get(), "broken.png", frame);
       ADD_FAILURE() << broken.reason << ": read (libpng: " << libpng.objection() << ")";
     } catch (const cinebar_tool::ToolError& e) {
       EXPECT_EQ(e.code(), cinebar_tool::kExitInput) << broken.reason;
@@ -128,8 +119,6 @@ TEST(PngRefusal, WhatLibpngRefusesTheReaderRefusesWithTheReason) {
 // The chunk table walked: every ancillary chunk it names (and an unknown one
 // safe to copy and one not), valid in an input of one form, read and carried
 // into an output of the same form or another, written, and judged by libpng.
-using cinebar_tool::Carry;
-using cinebar_tool::ChunkRule;
 
 // Changes of form: the input's depth and colour type, the output's channels. RGB and grey kept; grey
 // gaining alpha, turning RGB or RGBA; RGB gaining alpha; a palette read as RGB; 2-bit grey read as 8-bit
@@ -140,26 +129,21 @@ struct Change {
 const Change kChanges[] = {{8, 2, 3}, {16, 0, 1}, {8, 0, 2}, {16, 0, 3}, {8, 0, 4},
                            {8, 2, 4}, {8, 3, 3},  {2, 0, 1}, {2, 0, 3}};
 
-// iCCP data holding a minimal profile of colour space "GRAY" or "RGB "; libpng
-// reads 81 bytes of keyword before the profile: a shorter chunk is "too short" to it.
-std::string IccpData(const std::string& space) {
-  std::string profile = Be(132) + Be(0) + Be(0x02100000) + "mntr" + space + "XYZ " + std::string(12, '\0') +
-                        "acsp" + std::string(28, '\0') + Be(0xF6D6) + Be(0x10000) + Be(0xD32D);
-  profile.resize(132, '\0');
-  return std::string(70, 'k') + std::string(2, '\0') + Zlib(profile);
-}
-
-// Valid data of a chunk type in a picture; nullopt where the type has no place in its form.
-std::optional<std::string> ValidData(const std::string& type, const Picture& p) {
+// Valid data of a chunk type in a picture; empty where the type has no place in its form.
+std::string ValidData(const std::string& type, const Picture& p) {
   const bool palette = p.color_type == 3, color = p.color_type & 2;
   const unsigned top = (1u << p.depth) - 1;
   std::string chromaticities;
-  for (const std::uint32_t v : {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000})
-    chromaticities += Be(v);
+  for (const int v : {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000}) chromaticities += Be(v);
+  // A minimal 132-byte profile of the picture's colour space; libpng reads 81 bytes of keyword
+  // before it in iCCP: a shorter chunk is "too short" to it.
+  const std::string profile = Be(132) + Be(0) + Be(0x02100000) + "mntr" + (color ? "RGB " : "GRAY") + "XYZ " +
+                              std::string(12, '\0') + "acsp" + std::string(28, '\0') + Be(0xF6D6) +
+                              Be(0x10000) + Be(0xD32D) + std::string(52, '\0');
   const std::vector<std::pair<const char*, std::string>> data = {
       {"cHRM", chromaticities},
       {"gAMA", Be(45455)},
-      {"iCCP", IccpData(color ? "RGB " : "GRAY")},
+      {"iCCP", std::string(70, 'k') + std::string(2, '\0') + Zlib(profile)},
       {"sRGB", std::string(1, '\0')},
       {"sBIT", std::string(palette ? 3 : std::size_t(p.channels()), char(palette ? 5 : p.depth))},
       {"bKGD", palette ? "\1" : Be(top / 3, 2) + (color ? Be(top / 2, 2) + Be(top, 2) : "")},
@@ -178,34 +162,24 @@ std::optional<std::string> ValidData(const std::string& type, const Picture& p) 
       {"prVT", "private, not safe to copy"}};
   for (const auto& [name, bytes] : data)
     if (type == name && (type != "hIST" || palette)) return bytes;
-  return std::nullopt;  // tRNS: read as alpha, never carried
-}
-
-Picture Input(const Change& c) {
-  Picture p;
-  p.width = 5, p.height = 4, p.depth = c.depth, p.color_type = c.color_type;
-  if (c.color_type == 3) p.palette = "\x10\x20\x30\x40\x50\x60\x70\x80\x90\xa0\xb0\xc0";
-  for (std::size_t i = 0; i < std::size_t(p.width * p.height * p.channels()); ++i)
-    p.samples.push_back(std::uint16_t(i % (c.color_type == 3 ? 4 : 1u << c.depth)));
-  return p;
+  return "";  // tRNS: read as alpha, never carried
 }
 
 // One rule in one change: the output is valid to libpng; the chunk is written
 // once or named dropped, never both; copied as it was, or converted to the
 // same background colour. True when the chunk has a place in the input's form.
-bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) {
-  const std::string what = type + " from " + std::to_string(change.depth) + "-bit type " +
-                           std::to_string(change.color_type) + " to " + std::to_string(change.channels) +
-                           " channels";
-  const Picture picture = Input(change);
-  const std::optional<std::string> data = ValidData(type, picture);
-  if (!data) return false;
-  const bool early = rule.place == cinebar_tool::Place::kBeforePalette && change.color_type == 3;
+bool Walk(const std::string& type, const cinebar_tool::ChunkRule& rule, const Change& change) {
+  SCOPED_TRACE(::testing::Message() << type << " from " << change.depth << "-bit type " << change.color_type
+                                    << " to " << change.channels << " channels");
+  const Picture picture = Pattern(5, 4, change.color_type, change.depth);
+  const std::string data = ValidData(type, picture);
+  if (data.empty()) return false;
   const std::string input =
-      Insert(WriteWithLibpng(picture), ChunkBytes(type, *data), early ? "PLTE" : "IDAT");
+      Insert(WriteWithLibpng(picture), ChunkBytes(type, data),
+             rule.place == cinebar_tool::Place::kBeforePalette && change.color_type == 3 ? "PLTE" : "IDAT");
   const Reading in_libpng = ReadWithLibpng(input);
-  EXPECT_FALSE(in_libpng.objects()) << what << ": the input is not valid: " << in_libpng.objection();
-  Frame in, out;
+  EXPECT_FALSE(in_libpng.objects()) << "the input is not valid: " << in_libpng.objection();
+  cinebar_tool::Frame in, out;
   EXPECT_TRUE(cinebar_tool::ReadPng(ReadFrom(input).get(), "in.png", in));
   out.Resize(in.width, in.height, change.channels, in.deep);
   cinebar_tool::CarryChunks(in, out);
@@ -213,33 +187,31 @@ bool Walk(const std::string& type, const ChunkRule& rule, const Change& change) 
   EXPECT_EQ(cinebar_tool::WriteFrame(file.get(), out, {1}), "");
   const std::string output = Contents(file.get());
   const Reading out_libpng = ReadWithLibpng(output);
-  EXPECT_FALSE(out_libpng.objects()) << what << ": " << out_libpng.objection();
+  EXPECT_FALSE(out_libpng.objects()) << out_libpng.objection();
   const bool written = ChunksOf(output, type).size() == 1;
-  EXPECT_NE(written, std::count(out.dropped.begin(), out.dropped.end(), type) == 1) << what;
-  const Carry carry =
+  EXPECT_NE(written, std::count(out.dropped.begin(), out.dropped.end(), type) == 1);
+  const auto carry =
       cinebar_tool::PngForm{change.depth, change.color_type, 0} == out.form() ? rule.kept : rule.changed;
-  EXPECT_TRUE(carry == Carry::kConvert || written == (carry == Carry::kCopy)) << what;
-  EXPECT_TRUE(carry != Carry::kCopy || !written || ChunksOf(output, type)[0] == *data) << what;
+  EXPECT_TRUE(carry == cinebar_tool::Carry::kConvert || written == (carry == cinebar_tool::Carry::kCopy));
+  EXPECT_TRUE(carry != cinebar_tool::Carry::kCopy || !written || ChunksOf(output, type)[0] == data);
   if (type == "bKGD" && written) {  // the same colour, at 8 bits where the input was lower
-    std::vector<unsigned> expected(out.color() ? 3 : 1, 0);
-    for (std::size_t c = 0; c < expected.size(); ++c)
-      expected[c] = in_libpng.background[std::min(c, in_libpng.background.size() - 1)] *
-                    (change.depth < 8 ? 255 / ((1 << change.depth) - 1) : 1);
-    EXPECT_EQ(out_libpng.background, expected) << what;
+    std::vector<unsigned> expected = in_libpng.background;
+    for (unsigned& value : expected) value *= change.depth < 8 ? 255 / ((1 << change.depth) - 1) : 1;
+    expected.resize(out.color() ? 3 : 1, unsigned{expected.at(0)});  // grey spread
+    EXPECT_EQ(out_libpng.background, expected);
   }
   // What the chunk's purpose demands, whatever the table says: a background survives every change here,
   // a profile never crosses from grey to colour, what describes the old samples or the old file never
   // survives, text does.
-  const std::string kept = "bKGD tEXt gAMA pHYs prVt", lost = "tIME sBIT hIST prVT";
-  EXPECT_TRUE(type != "iCCP" || written == ((change.color_type & 2) || !out.color())) << what;
-  EXPECT_TRUE(kept.find(type) == std::string::npos || written) << what;
-  EXPECT_TRUE(lost.find(type) == std::string::npos || !written) << what;
+  EXPECT_TRUE(type != "iCCP" || written == ((change.color_type & 2) || !out.color()));
+  EXPECT_TRUE(std::string("bKGD tEXt gAMA pHYs prVt").find(type) == std::string::npos || written);
+  EXPECT_TRUE(std::string("tIME sBIT hIST prVT").find(type) == std::string::npos || !written);
   return true;
 }
 
 TEST(PngChunks, EveryRuleInEveryChangeOfForm) {
-  std::vector<std::pair<std::string, ChunkRule>> rules;
-  for (const ChunkRule& rule : cinebar_tool::KnownChunkRules()) rules.emplace_back(rule.type, rule);
+  std::vector<std::pair<std::string, cinebar_tool::ChunkRule>> rules;
+  for (const auto& rule : cinebar_tool::KnownChunkRules()) rules.emplace_back(rule.type, rule);
   for (const char* unknown : {"prVt", "prVT"}) rules.emplace_back(unknown, cinebar_tool::RuleOf(unknown));
   int walked = 0;
   for (const auto& [type, rule] : rules)

@@ -10,16 +10,15 @@
 namespace cinebar_tool_test {
 
 void ToolTest::SetUp() {
-  home_ = fs::current_path();
-  std::string dir = ::testing::TempDir() + "cinebar-tool-XXXXXX";
-  ASSERT_NE(mkdtemp(dir.data()), nullptr);
-  fs::current_path(dir_ = dir);
+  home = fs::current_path();
+  temp = ::testing::TempDir() + "cinebar-tool-XXXXXX";
+  ASSERT_NE(mkdtemp(temp.data()), nullptr);
+  fs::current_path(temp);
 }
 
 void ToolTest::TearDown() {
-  if (dir_.empty()) return;
-  fs::current_path(home_);
-  fs::remove_all(dir_);
+  fs::current_path(home);
+  fs::remove_all(temp);
 }
 
 Outcome ToolTest::Run(std::vector<std::string> args, std::FILE* in, std::FILE* out_file) {
@@ -35,13 +34,6 @@ std::vector<std::string> ToolTest::Files(const std::string& folder) {
   for (const auto& entry : fs::directory_iterator(folder, missing)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
-}
-
-void WritePattern(const std::string& path, int width, int height, int color_type, int depth) {
-  Picture p{width, height, depth, color_type, false, "", "", {}};
-  for (std::uint32_t i = 0; i < std::uint32_t(width * height * p.channels()); ++i)
-    p.samples.push_back(std::uint16_t((i * 2654435761u >> 5) & ((1u << depth) - 1)));
-  std::ofstream(path, std::ios::binary) << WriteWithLibpng(p);
 }
 
 std::vector<std::string> Words(const std::string& text, char separator) {

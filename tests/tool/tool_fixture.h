@@ -6,8 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "png_oracle.h"
 
@@ -22,21 +20,18 @@ struct Outcome {
 };
 
 // Each test runs in its own empty folder: paths are relative to it.
-class ToolTest : public ::testing::Test {
- public:
+struct ToolTest : ::testing::Test {
   void SetUp() override;
   void TearDown() override;
   // Adds --module naming the built module; IN "-" reads `in` and OUT "-" writes `out`.
   Outcome Run(std::vector<std::string> args, std::FILE* in = nullptr, std::FILE* out = nullptr);
   static std::vector<std::string> Files(const std::string& folder = ".");  // sorted names
-
- private:
-  std::string home_, dir_;
+  std::string home, temp;  // where the test started, and its own folder
 };
 
-// A picture of PNG colour type 0, 2, 4 or 6 whose samples depend on position
-// and channel over the depth's whole range, so moved pixels and lost bits show.
-void WritePattern(const std::string& path, int width, int height, int color_type = 6, int depth = 8);
+inline void WritePattern(const std::string& path, int width, int height, int color_type = 6, int depth = 8) {
+  std::ofstream(path, std::ios::binary) << WriteWithLibpng(Pattern(width, height, color_type, depth));
+}
 inline Reading Decode(const std::string& path) { return ReadWithLibpng(Contents(path)); }
 std::vector<std::string> Words(const std::string& text, char separator = ' ');  // empty parts left out
 
