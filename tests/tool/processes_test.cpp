@@ -46,6 +46,28 @@ TEST_F(ToolTest, CommitGivesTheNameOnlyWhereAllowedAndLeavesNothingElse) {
       }
 }
 
+// A run removes the hidden temporaries that a killed run on this machine left
+// in its folder, and none that a live run or another machine may still write.
+TEST_F(ToolTest, HiddenTemporariesOfAKilledRunAreRemovedByTheNext) {
+  fs::create_directory("out");
+  const pid_t killed = fork();  // leaves its temporary as SIGKILL would: no destructor runs
+  if (killed == 0) {
+    cinebar_tool::Temporaries temps({}, false);
+    const cinebar_tool::Temporary left = temps.Write("out/a.png", cinebar_tool::MakeTestChart(8, 8), {});
+    _exit(0);
+  }
+  waitpid(killed, nullptr, 0);
+  char host[256] = {};
+  gethostname(host, sizeof host - 1);
+  const std::string live = ".cinebar-" + std::string(host) + "-" + std::to_string(getpid()) + "-abcdef";
+  for (const std::string& name : {live, std::string(".cinebar-elsewhere-1-abcdef")})
+    std::ofstream("out/" + name) << "in use";
+  WritePattern("in.png", 32, 18, 2, 8);
+  const Outcome outcome = Run(Words("render in.png out/b.png"));
+  EXPECT_NE(outcome.err.find("removed 1 hidden temporary from out"), std::string::npos) << outcome.err;
+  EXPECT_EQ(Files("out"), (std::vector<std::string>{".cinebar-elsewhere-1-abcdef", live, "b.png"}));
+}
+
 // Starts `cinebar render ARGS` with stderr into `log`; `limit` bytes a file at most when not 0.
 pid_t Start(std::vector<const char*> argv, const std::string& log, rlim_t limit = 0) {
   const pid_t pid = fork();

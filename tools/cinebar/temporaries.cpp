@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "tools/cinebar/tool_error.h"
 
@@ -18,6 +19,18 @@ namespace {
 std::string FolderOf(const std::string& path) {
   const std::size_t slash = path.find_last_of('/');
   return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// ".cinebar-HOST-" : the hidden temporaries of this machine's runs.
+std::string MachinePrefix() {
+  char host[256] = {};
+  gethostname(host, sizeof host - 1);
+  return ".cinebar-" + std::string(host) + "-";
+}
+
+// A hidden temporary's name in `folder`: the machine, this process, six random letters.
+std::string HiddenTemplate(const std::string& folder) {
+  return folder + "/" + MachinePrefix() + std::to_string(getpid()) + "-XXXXXX";
 }
 
 [[noreturn]] void Fail(const std::string& path, const std::string& why) {
@@ -100,7 +113,7 @@ void Temporaries::Watch() {
 }
 
 Temporary Temporaries::Hidden(const std::string& folder, const std::string& path) {
-  std::string name = folder + "/.cinebar-XXXXXX";
+  std::string name = HiddenTemplate(folder);
   std::lock_guard<std::mutex> lock(mutex_);
   const int fd = mkostemp(name.data(), O_CLOEXEC);
   if (fd < 0) Fail(path, std::strerror(errno));
@@ -149,7 +162,7 @@ std::string Temporaries::LinkUnnamed(Temporary& temporary, const std::string& pa
   }
   // An atomic replacement needs a name to rename from: a hidden one, for two calls.
   for (int attempt = 0; attempt < 100; ++attempt) {
-    std::string name = FolderOf(path) + "/.cinebar-XXXXXX";
+    std::string name = HiddenTemplate(FolderOf(path));
     const int probe = mkstemp(name.data());  // a fresh unique name, then freed for the link
     if (probe < 0) return std::strerror(errno);
     close(probe);
@@ -194,6 +207,29 @@ void Temporaries::Discard(Temporary& temporary) {
     temporary.hidden_.clear();
   }
   Temporary gone = std::move(temporary);
+}
+
+std::vector<std::pair<std::string, std::size_t>> Temporaries::RemoveStranded(
+    const std::vector<std::string>& outputs) {
+  std::set<std::string> folders;
+  for (const std::string& output : outputs) folders.insert(FolderOf(output));
+  const std::string mine = MachinePrefix();
+  std::vector<std::pair<std::string, std::size_t>> removed;
+  for (const std::string& folder : folders) {
+    std::size_t count = 0;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+      const std::string name = entry.path().filename().string();
+      if (name.rfind(mine, 0) != 0 || !entry.is_regular_file(error)) continue;
+      const long pid = std::strtol(name.c_str() + mine.size(), nullptr, 10);
+      // A process that is alive, or another user's, may still be writing it.
+      if (pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH &&
+          unlink(entry.path().c_str()) == 0)
+        ++count;
+    }
+    if (count > 0) removed.emplace_back(folder, count);
+  }
+  return removed;
 }
 
 }  // namespace cinebar_tool

@@ -2,7 +2,8 @@
 // written to an unnamed file in the output's folder (O_TMPFILE), synced, and
 // then linked in under its name, which fails if the name is taken. Where the
 // file system has no unnamed files, a hidden temporary is renamed instead
-// (renameat2 with RENAME_NOREPLACE).
+// (renameat2 with RENAME_NOREPLACE); its name carries the machine and the
+// process, so that a later run removes what a killed one left.
 #pragma once
 
 #include <signal.h>
@@ -14,6 +15,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "tools/cinebar/frame.h"
 #include "tools/cinebar/tool_error.h"
@@ -68,6 +70,11 @@ class Temporaries {
   // as it is and NameTaken (kExitOutput) says so.
   void Commit(Temporary temporary, const std::string& path, Replace replace);
   void Discard(Temporary& temporary);
+  // Removes from the outputs' folders the hidden temporaries that a run on
+  // this machine left when it was killed outright (their process is gone);
+  // the folders where some were, and how many.
+  static std::vector<std::pair<std::string, std::size_t>> RemoveStranded(
+      const std::vector<std::string>& outputs);
 
  private:
   void Watch();
