@@ -231,11 +231,6 @@ void CheckOutput(const std::string& path, bool overwrite, const std::set<std::pa
   if (!overwrite) throw ToolError(kExitOutput, path + " exists (--overwrite replaces existing outputs)");
 }
 
-std::string FolderOf(const std::string& path) {
-  const std::string folder = fs::path(path).parent_path().string();
-  return folder.empty() ? "." : folder;
-}
-
 }  // namespace
 
 void CheckFolderOf(const std::string& path) {
@@ -282,6 +277,11 @@ OutputFolders::OutputFolders(const std::vector<std::string>& paths) {
 
 OutputFolders::~OutputFolders() {
   for (auto it = created_.rbegin(); it != created_.rend(); ++it) rmdir(it->c_str());  // only if empty
+}
+
+std::string FolderOf(const std::string& path) {
+  const std::string folder = fs::path(path).parent_path().string();
+  return folder.empty() ? "." : folder;
 }
 
 }  // namespace cinebar_tool

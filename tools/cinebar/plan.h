@@ -53,6 +53,8 @@ Plan PlanFrames(const std::string& in, const std::string& out);
 void CheckOutputs(const std::vector<FramePair>& frames, bool overwrite);
 // A folder a pattern's names fall in, checked as CheckOutputs checks them.
 void CheckFolderOf(const std::string& path);
+// The folder a path names a file in ("." for a bare name).
+std::string FolderOf(const std::string& path);
 
 // Creates the missing folders of the outputs; removes those it created and
 // that stay empty when it goes out of scope.

@@ -249,9 +249,9 @@ int RenderCommand(const Options& options, const std::string& module_path, Consol
   std::vector<std::string> outputs;
   for (const FramePair& f : plan.frames) outputs.push_back(f.out);
   if (plan.stream_names) outputs.push_back(plan.stream_names->Format(1));
-  const OutputFolders folders(plan.stream_out ? std::vector<std::string>{} : outputs);
-  for (const auto& [folder, count] :
-       Temporaries::RemoveStranded(plan.stream_out ? std::vector<std::string>{} : outputs))
+  const std::vector<std::string> files = plan.stream_out ? std::vector<std::string>{} : outputs;
+  const OutputFolders folders(files);
+  for (const auto& [folder, count] : Temporaries::RemoveStranded(files))
     console.err << "cinebar: removed " << count << (count == 1 ? " hidden temporary" : " hidden temporaries")
                 << " from " << folder << ", left by a run on this machine that was killed\n";
   std::atomic<std::size_t> finished{0};

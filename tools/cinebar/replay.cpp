@@ -91,7 +91,7 @@ Drawing::Drawing(const PF_LayerDef& output, const std::vector<Step>& steps)
     const std::size_t x0 = index(xs_, s.area.left), x1 = index(xs_, s.area.right);
     const std::size_t y0 = index(ys_, s.area.top), y1 = index(ys_, s.area.bottom);
     for (std::size_t y = y0; y < y1; ++y)
-      for (std::size_t x = x0; x < x1; ++x) cells_[y * (xs_.size() - 1) + x] = s.cell;
+      for (std::size_t x = x0; x < x1; ++x) cells_[Index(x, y)] = s.cell;
   }
 }
 
@@ -104,7 +104,7 @@ Looked Drawing::Look(std::uint8_t value) const {
   const auto pixel = [&](const Cell& cell) { return cell.input ? flat : cell.pixel; };
   for (std::size_t y = 0; y + 1 < ys_.size(); ++y) {
     for (std::size_t x = 0; x + 1 < xs_.size(); ++x) {
-      const std::uint64_t p = pixel(at(x, y));
+      const std::uint64_t p = pixel(cells_[Index(x, y)]);
       if (p == flat) Include(seen.shown, xs_[x], ys_[y], xs_[x + 1], ys_[y + 1]);
       if (p == 0) Include(seen.cleared, xs_[x], ys_[y], xs_[x + 1], ys_[y + 1]);
     }

@@ -49,9 +49,7 @@ class Drawing {
     Cell cell;
   };
   Drawing(const PF_LayerDef& output, const std::vector<Step>& steps);
-  const Cell& at(std::size_t column, std::size_t row) const {
-    return cells_[row * (xs_.size() - 1) + column];
-  }
+  std::size_t Index(std::size_t column, std::size_t row) const { return row * (xs_.size() - 1) + column; }
 
   int pixel_bytes_ = 4;
   std::vector<A_long> xs_, ys_;  // the cells' edges, from 0 to the width and the height

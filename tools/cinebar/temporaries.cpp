@@ -11,15 +11,11 @@
 #include <cstring>
 #include <filesystem>
 
+#include "tools/cinebar/plan.h"
 #include "tools/cinebar/tool_error.h"
 
 namespace cinebar_tool {
 namespace {
-
-std::string FolderOf(const std::string& path) {
-  const std::size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-}
 
 // ".cinebar-HOST-" : the hidden temporaries of this machine's runs.
 std::string MachinePrefix() {
